@@ -1,0 +1,114 @@
+// Reader of optional-argument lists. A worker's options are one loop:
+//
+//     OptionReader reader(list, count_codes);
+//     while (const int code = reader.next()) {
+//         switch (code) {
+//         case TAVIK_X_COL_DIM: options.x_col_dim = reader.integer(); break;
+//         ...
+//         default: reader.unknown(11001); return false;
+//         }
+//     }
+//
+// It fills a plain struct; nothing acts before the list has ended.
+#pragma once
+
+#include "call.hpp"
+#include "error.hpp"
+
+namespace tavik
+{
+
+// How the position of an option code, which an unknown code reports, is counted. It differs by routine.
+struct PositionRule {
+    int first;     // position of the first code
+    int per_code;  // what a code adds
+    int per_value; // what each of its values adds
+};
+
+constexpr PositionRule count_codes{1, 1, 0};
+
+class OptionReader
+{
+public:
+    OptionReader(ArgumentList &list, PositionRule rule) : list_(list), rule_(rule), next_position_(rule.first)
+    {
+    }
+
+    // For routines whose first code is a named argument.
+    OptionReader(int first_code, ArgumentList &list, PositionRule rule)
+        : list_(list), rule_(rule), next_position_(rule.first), first_code_(first_code), first_is_named_(true)
+    {
+    }
+
+    // The next option code; 0 ends the list.
+    int next()
+    {
+        code_ = first_is_named_ ? first_code_ : va_arg(list_.arguments, int);
+        first_is_named_ = false;
+        position_ = next_position_;
+        next_position_ += rule_.per_code;
+        return code_;
+    }
+
+    int integer()
+    {
+        count_value();
+        return va_arg(list_.arguments, int);
+    }
+
+    // A float option is passed as a double.
+    double real()
+    {
+        count_value();
+        return va_arg(list_.arguments, double);
+    }
+
+    // A pointer that must not be null: an array of the caller's, a stream, a variable to store in.
+    template <class T> T *pointer(const char *option_name)
+    {
+        T *value = pointer_or_null<T>();
+        if (value == nullptr) raise_null(option_name);
+        return value;
+    }
+
+    template <class T> T *pointer_or_null()
+    {
+        count_value();
+        return va_arg(list_.arguments, T *);
+    }
+
+    template <class Procedure> Procedure procedure()
+    {
+        count_value();
+        return va_arg(list_.arguments, Procedure);
+    }
+
+    void unknown(long error_code) const
+    {
+        tavik_e1sti(1, code_);
+        tavik_e1sti(2, position_);
+        tavik_ermes(terminal, error_code);
+    }
+
+private:
+    static void raise_null(const char *name)
+    {
+        tavik_e1stl(1, name);
+        tavik_ermes(terminal, 150);
+    }
+
+    void count_value()
+    {
+        next_position_ += rule_.per_value;
+    }
+
+    ArgumentList &list_;
+    PositionRule rule_;
+    int next_position_;
+    int position_ = 0;
+    int code_ = 0;
+    int first_code_ = 0;
+    bool first_is_named_ = false;
+};
+
+} // namespace tavik

@@ -1,0 +1,26 @@
+// What differs between the float and the double variant of a routine, in one place.
+#pragma once
+
+#include <cmath>
+#include <limits>
+
+namespace tavik
+{
+
+template <class Real> struct Precision;
+
+template <> struct Precision<float> {
+    static constexpr const char *simple_statistics = "tavik_f_simple_statistics";
+};
+
+template <> struct Precision<double> {
+    static constexpr const char *simple_statistics = "tavik_d_simple_statistics";
+};
+
+template <class Real> constexpr Real smallest_normal = std::numeric_limits<Real>::min();
+template <class Real> constexpr Real largest_number = std::numeric_limits<Real>::max();
+template <class Real> constexpr Real epsilon = std::numeric_limits<Real>::epsilon();
+template <class Real> constexpr Real not_a_number = std::numeric_limits<Real>::quiet_NaN();
+template <class Real> constexpr Real infinity = std::numeric_limits<Real>::infinity();
+
+} // namespace tavik

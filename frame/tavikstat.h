@@ -1,0 +1,433 @@
+/*
+ * libtavikstat: statistics and data analysis for C and C++.
+ *
+ * Every statistical routine exists as tavik_f_NAME (float data) and tavik_d_NAME (double data). Required
+ * arguments come first; options follow as groups of a code and its values, and 0 closes the list:
+ *
+ *     double *stats = tavik_d_simple_statistics(n, p, x, TAVIK_CONFIDENCE_MEAN, 99.0, 0);
+ *     ...
+ *     tavik_free(stats);
+ *
+ * Conventions that hold for every routine, unless its comment says otherwise:
+ *
+ *   - Matrices are stored by rows. A missing value is NaN.
+ *   - An option named ..._USER takes an array of the caller's and writes into it. Its twin without _USER takes
+ *     the address of a pointer, sets it to NULL at once, and stores a new array there on success.
+ *   - A `float` value in an option list is passed as a double, as C does by itself.
+ *   - Every array that a routine returns or stores through a pointer is released with tavik_free.
+ *   - A routine that cannot finish returns NULL (or 0), and nothing stays allocated. What went wrong is printed
+ *     and kept: see tavik_error_type, tavik_error_code, tavik_error_message. By default an error of type 4, 5 or
+ *     8 ends the process with the type as exit status; tavik_error_options changes that.
+ *   - All state (errors, units, page size, staged computations) belongs to the calling thread, so any number of
+ *     threads may call any routine at the same time. State frees itself when its thread ends.
+ *
+ * Errors named below as "5, 603" are type 5, code 603. Errors that every routine may raise are not repeated:
+ * 5, 11001 (5, 103 in the frame's own routines) for an unknown option code, 5, 150 for a NULL pointer where an
+ * array or variable is needed, 5, 200 and 5, 201 when memory is exhausted, 5, 102 after a trapped signal.
+ */
+#ifndef TAVIKSTAT_H
+#define TAVIKSTAT_H
+
+#include <stddef.h>
+#include <stdio.h>
+
+#if defined(__GNUC__)
+#define TAVIK_API __attribute__((visibility("default")))
+#else
+#define TAVIK_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Option codes. A code means the same option in every routine that takes it. */
+enum tavik_option {
+    TAVIK_COMPILER_VERSION = 10780,
+    TAVIK_CONFIDENCE_MEAN = 10880,
+    TAVIK_CONFIDENCE_MEAN_ADR = 10890,
+    TAVIK_CONFIDENCE_VARIANCE = 10910,
+    TAVIK_CONFIDENCE_VARIANCE_ADR = 10920,
+    TAVIK_ERROR_MSG_NAME = 11400,
+    TAVIK_ERROR_MSG_PATH = 11410,
+    TAVIK_ERROR_PRINT_PROC = 11420,
+    TAVIK_FREQUENCIES = 11790,
+    TAVIK_FULL_TRACEBACK = 11850,
+    TAVIK_GET_ERROR_FILE = 11970,
+    TAVIK_GET_OUTPUT_FILE = 11980,
+    TAVIK_GET_PRINT = 11990,
+    TAVIK_GET_STOP = 12000,
+    TAVIK_GET_TRACEBACK = 12010,
+    TAVIK_LIBRARY_VERSION = 12760,
+    TAVIK_MEDIAN = 13150,
+    TAVIK_MEDIAN_AND_SCALE = 13160,
+    TAVIK_OS_VERSION = 13630,
+    TAVIK_RETURN_USER = 14280,
+    TAVIK_SET_ERROR_FILE = 14490,
+    TAVIK_SET_OUTPUT_FILE = 14510,
+    TAVIK_SET_PRINT = 14520,
+    TAVIK_SET_STOP = 14530,
+    TAVIK_SET_TRACEBACK = 14540,
+    TAVIK_STAT_COL_DIM = 14800,
+    TAVIK_WEIGHTS = 15400,
+    TAVIK_X_COL_DIM = 15470,
+    TAVIK_SIGNAL_TRAPPING = 16042,
+    TAVIK_MISSING_MODE_0 = 18010,
+    TAVIK_MISSING_ELEMENTWISE = 18010,
+    TAVIK_MISSING_MODE_1 = 18011,
+    TAVIK_MISSING_LISTWISE = 18011,
+    TAVIK_IDO = 20440,
+    TAVIK_ERROR_HANDLER_ID = 50000,
+    TAVIK_GET_SINGLE_THREADED_LINEAR_ALGEBRA = 50633,
+    TAVIK_SET_SINGLE_THREADED_LINEAR_ALGEBRA = 50634,
+    TAVIK_SET_FUNCTIONS_THREAD_SAFE = 50741,
+    TAVIK_GET_FUNCTIONS_THREAD_SAFE = 50742
+};
+
+/* Error types: how severe an error is. The defaults can be changed with tavik_error_options. */
+enum tavik_error_type_value {
+    TAVIK_NOTE = 1,              /* not printed */
+    TAVIK_ALERT = 2,             /* not printed */
+    TAVIK_WARNING = 3,           /* printed when the routine that the caller called returns */
+    TAVIK_FATAL = 4,             /* printed at that return, then the process stops */
+    TAVIK_TERMINAL = 5,          /* printed at once; the process stops at that return */
+    TAVIK_WARNING_IMMEDIATE = 6, /* printed at once */
+    TAVIK_FATAL_IMMEDIATE = 7    /* printed at once */
+};
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Errors
+ * --------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Prints one error in place of the library's own printer. Called with the error's type and code, the name of
+ * the routine that raised it, and the finished message. The strings are valid during the call only.
+ */
+typedef void (*tavik_print_proc)(int type, long code, const char *routine, const char *message);
+
+/**
+ * Is told of every error that is reported, before it is printed. Both strings are the same message. An error of
+ * an immediate type is seen twice: with its message when it is raised, with an empty one when the call returns.
+ */
+typedef void (*tavik_error_hook)(int type, long code, const char *message, const char *same_message);
+
+/**
+ * Type of the error that the calling thread's last library call left, or 0 when it succeeded.
+ * Thread behaviour: reads the calling thread's state only.
+ */
+TAVIK_API int tavik_error_type(void);
+
+/** Code of the error that the calling thread's last library call left, or 0 when it succeeded. */
+TAVIK_API long tavik_error_code(void);
+
+/**
+ * The text of the error that the calling thread's last library call left.
+ *
+ * @return a new string, released with tavik_free; NULL when that call succeeded.
+ * Errors: 5, 200 when the copy cannot be allocated (NULL is returned).
+ *
+ *     if (tavik_error_type() != 0) {
+ *         char *text = tavik_error_message();
+ *         fprintf(log, "%ld: %s\n", tavik_error_code(), text);
+ *         tavik_free(text);
+ *     }
+ */
+TAVIK_API char *tavik_error_message(void);
+
+/**
+ * Reads and sets what happens when an error of a given type is reported, for the calling thread.
+ *
+ * @param code  first option code; the list is closed by 0. Options act in the order of the list, once the whole
+ *              list has been read.
+ *
+ * Options (`type` is an error type, 1 to 7):
+ *   TAVIK_SET_PRINT, int type, int flag            print errors of this type (1) or not (0)
+ *   TAVIK_SET_STOP, int type, int flag             end the process after errors of this type
+ *   TAVIK_SET_TRACEBACK, int type, int flag        print the calling sequence after errors of this type
+ *   TAVIK_GET_PRINT, int type, int *flag           read these settings
+ *   TAVIK_GET_STOP, int type, int *flag
+ *   TAVIK_GET_TRACEBACK, int type, int *flag
+ *   TAVIK_FULL_TRACEBACK, int flag                 tracebacks list inner routines, too
+ *   TAVIK_SET_ERROR_FILE, FILE *stream             where messages go (default: standard error)
+ *   TAVIK_GET_ERROR_FILE, FILE **stream            read that stream
+ *   TAVIK_ERROR_PRINT_PROC, tavik_print_proc proc  print with this procedure; NULL restores the library's own
+ *   TAVIK_ERROR_MSG_PATH, char *path               folders in which the message file is searched, separated by
+ *                                                  ':', each ending in '/' (copied; NULL: the default path)
+ *   TAVIK_ERROR_MSG_NAME, char *name               name of the message file (copied; kept for information: the
+ *                                                  file that is opened is always tavik_e.bin)
+ *   TAVIK_SIGNAL_TRAPPING, int flag                turn an illegal instruction or a segmentation fault inside a
+ *                                                  routine into an error (5, 102) instead of the process's end.
+ *                                                  Process-wide, and for single-threaded programs only
+ *   TAVIK_ERROR_HANDLER_ID, int *id                stores the identification number of the error handler, 50020
+ *
+ * Errors: 5, 132 `type` outside 1 to 7 (that option has no effect); 5, 103 unknown code (no option acts);
+ * 5, 200 a string cannot be copied.
+ *
+ *     tavik_error_options(TAVIK_SET_STOP, TAVIK_TERMINAL, 0, TAVIK_SET_PRINT, TAVIK_TERMINAL, 0, 0);
+ */
+TAVIK_API void tavik_error_options(int code, ...);
+
+/**
+ * Installs a procedure that is told of every error of every thread; NULL removes it. The only setting of the
+ * error handler that is process-wide: the procedure may be called by several threads at once.
+ */
+TAVIK_API void tavik_set_at_checksum(tavik_error_hook hook);
+
+/**
+ * Raises an error on purpose, to see how errors are reported: code 108, at a depth of nested routines.
+ *
+ * @param type   1 to 7.
+ * @param depth  0 to 3.
+ * Values outside print a line on standard error and do nothing else.
+ */
+TAVIK_API void tavik_internal_generate_error(int type, int depth);
+
+/**
+ * Creates the calling thread's error state now rather than in its first library call.
+ *
+ * @return 0, or 1 when there is no memory for it.
+ */
+TAVIK_API int tavik_initialize_error_handler(void);
+
+/**
+ * Releases the tables of the message file and the error state of the calling thread and of the idle threads that
+ * the OpenMP runtime keeps. Error settings return to their defaults. A thread that is inside a library call keeps
+ * its state. No other thread may be inside the library.
+ */
+TAVIK_API void tavik_free_error_handlers(void);
+
+/**
+ * Tells the routine that is calling a function of yours that this function failed. Called from inside that
+ * function; the routine then raises 4, 12116 with the value.
+ *
+ * @param value  0 to 255 (stored in 8 bits).
+ */
+TAVIK_API void tavik_set_user_fcn_return_flag(int value);
+
+/** Is signal trapping on? See TAVIK_SIGNAL_TRAPPING of tavik_error_options. */
+TAVIK_API int tavik_signal_trap_status(void);
+
+/** Turns signal trapping off, also when every other call is refused with 4, 499. */
+TAVIK_API void tavik_skip_signal_handler(void);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Start, memory
+ * --------------------------------------------------------------------------------------------------------- */
+
+/** Creates the calling thread's state outside any computation. @return 1. */
+TAVIK_API int tavik_initialize(void);
+
+/** Releases memory that the library returned. NULL is ignored. */
+TAVIK_API void tavik_free(void *pointer);
+
+/** Memory from the library's allocator, which is malloc. NULL on failure, without an error. */
+TAVIK_API void *tavik_malloc_internal(size_t size);
+
+/** Memory aligned to 64 bytes. A size of 0 counts as 1. @return NULL on failure, without an error. */
+TAVIK_API void *tavik_aligned_malloc(size_t size);
+
+/** Releases memory of the aligned allocators. NULL is ignored. */
+TAVIK_API void tavik_aligned_free(void *pointer);
+
+/**
+ * An n-by-m array aligned to 64 bytes whose rows are padded to whole 64-byte lines, so that the row stride is
+ * tavik_i_omp_roundup(m) (tavik_f_..., tavik_d_...). Released with tavik_aligned_free.
+ *
+ * @return NULL when n or m is negative, when the size in bytes overflows, or when memory is exhausted.
+ */
+TAVIK_API int *tavik_i_aligned_malloc(int n, int m);
+TAVIK_API float *tavik_f_aligned_malloc(int n, int m);
+TAVIK_API double *tavik_d_aligned_malloc(int n, int m);
+
+/**
+ * m rounded up to a whole number of 64-byte lines: to a multiple of 16 (int, float) or 8 (double). An m within
+ * a line of the largest int, which cannot be rounded up, is rounded down.
+ */
+TAVIK_API int tavik_i_omp_roundup(int m);
+TAVIK_API int tavik_f_omp_roundup(int m);
+TAVIK_API int tavik_d_omp_roundup(int m);
+
+/**
+ * The calling thread's memory option, a number that the library keeps for the caller.
+ *
+ * @param set    0: return the value; otherwise store `value` and return it.
+ */
+TAVIK_API int tavik_malloc_option(int set, int value);
+
+/** Releases what the library holds between calls: see tavik_free_error_handlers. */
+TAVIK_API void tavik_free_allocated_memory(void);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Threads
+ * --------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Reads and sets the process-wide controls of multi-threaded work. The number of threads itself is OpenMP's
+ * (OMP_NUM_THREADS); no result depends on it.
+ *
+ * @param code  first option code; the list is closed by 0.
+ *
+ * Options:
+ *   TAVIK_SET_FUNCTIONS_THREAD_SAFE, int flag           functions that you pass may be called from several
+ *                                                       threads at once (default 0)
+ *   TAVIK_GET_FUNCTIONS_THREAD_SAFE, int *flag
+ *   TAVIK_SET_SINGLE_THREADED_LINEAR_ALGEBRA, int flag  linear algebra runs on one thread (default 1)
+ *   TAVIK_GET_SINGLE_THREADED_LINEAR_ALGEBRA, int *flag
+ *
+ * Errors: 5, 103 unknown code (the options before it still act).
+ */
+TAVIK_API void tavik_omp_options(int code, ...);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Machine constants, version, units, files, time
+ * --------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Properties of the floating-point formats.
+ *
+ * @param n  1 smallest positive normalised number, 2 largest number, 3 half the epsilon (2^-24, 2^-53),
+ *           4 the epsilon (2^-23, 2^-52), 5 log10(2), 6 NaN, 7 infinity, 8 minus infinity.
+ * Errors: 5, 132 another n (0 is returned).
+ */
+TAVIK_API float tavik_f_machine(int n);
+TAVIK_API double tavik_d_machine(int n);
+
+/**
+ * Properties of the number formats, as integers.
+ *
+ * @param n  0 bits per character, 1 base of the integers, 2 binary digits of a short, 3 largest short, 4 binary
+ *           digits of a long, 5 largest long, 6 base of the floating-point numbers; 7, 8, 9 digits, smallest and
+ *           largest exponent of float; 10, 11, 12 the same of double.
+ * Errors: 5, 132 another n (0 is returned).
+ */
+TAVIK_API long tavik_i_machine(int n);
+
+/**
+ * Version texts.
+ *
+ * @param code  TAVIK_LIBRARY_VERSION, TAVIK_COMPILER_VERSION or TAVIK_OS_VERSION. The texts come from the
+ *              environment variables ZEP_VERSION, ZEP_COMPILER_VERSION and ZEP_OS_VERSION.
+ * @return a new string, empty when the variable is not set; released with tavik_free. NULL on error.
+ * Errors: 5, 103 another code; 5, 200.
+ */
+TAVIK_API char *tavik_version(int code);
+
+/**
+ * Reads and sets the calling thread's output unit (printed results) and error unit (messages).
+ *
+ * @param code  first option code; the list is closed by 0.
+ *
+ * Options:
+ *   TAVIK_SET_OUTPUT_FILE, FILE *stream    default: standard output
+ *   TAVIK_GET_OUTPUT_FILE, FILE **stream
+ *   TAVIK_SET_ERROR_FILE, FILE *stream     default: standard error
+ *   TAVIK_GET_ERROR_FILE, FILE **stream
+ *
+ * The stream stays the caller's and must stay open while it is set. Errors: 5, 103 unknown code (no option acts).
+ */
+TAVIK_API void tavik_output_file(int code, ...);
+
+/**
+ * Reads and sets the calling thread's page size for printed results.
+ *
+ * @param n      1 read the width, 2 read the length, -1 set the width, -2 set the length.
+ * @param value  width in characters (default 78) or length in lines (default 60); at least 10 to be set.
+ * Errors: 5, 10020 another n; 5, 10021 a width, 5, 10022 a length of 9 or less (the setting stays).
+ */
+TAVIK_API void tavik_page(int n, int *value);
+
+/**
+ * fopen of the C runtime that the library itself uses. NULL when the file cannot be opened (errno says why).
+ * Errors: 5, 65371 no name; 5, 150 no mode.
+ */
+TAVIK_API FILE *tavik_fopen(const char *name, const char *mode);
+
+/** fclose of that runtime. Errors: 5, 150 no file (-1 is returned). */
+TAVIK_API int tavik_fclose(FILE *file);
+
+/** User CPU time of the process, in seconds. */
+TAVIK_API double tavik_ctime(void);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Descriptive statistics
+ * --------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Basic univariate statistics of each column of a data matrix.
+ *
+ * @param n_observations  number of rows, at least 1 (at least 0 in stages).
+ * @param n_variables     number of columns, at least 1.
+ * @param x               n_observations x n_variables values, by rows. NaN is a missing value.
+ *
+ * @return R rows x n_variables columns, by rows; a new array, released with tavik_free. NULL on error, and for
+ *         stages 1 and 2. R is 14, 15 with TAVIK_MEDIAN, 17 with TAVIK_MEDIAN_AND_SCALE:
+ *
+ *          1 mean                  6 minimum                    11, 12 confidence limits of the mean
+ *          2 variance              7 maximum                    13, 14 confidence limits of the variance
+ *          3 standard deviation    8 range                      15 median
+ *          4 skewness              9 coefficient of variation   16 median absolute deviation from the median
+ *          5 excess kurtosis      10 count                      17 robust scale: row 16 / 0.6745
+ *
+ *         The count is the sum of the frequencies of the values used. The median of an even number of values is
+ *         the mean of the middle two; medians take each value once, whatever its frequency and weight. A statistic
+ *         that is not defined, or not asked for, is NaN. An infinite value makes the mean infinite (NaN when both
+ *         infinities occur) and the moments NaN.
+ *
+ * Options:
+ *   TAVIK_CONFIDENCE_MEAN, double level           level in percent of the limits of the mean; default 95, below
+ *   TAVIK_CONFIDENCE_MEAN_ADR, Real *level        100; 0 or less: no limits (NaN). _ADR passes it by address
+ *   TAVIK_CONFIDENCE_VARIANCE, double level       the same for the variance
+ *   TAVIK_CONFIDENCE_VARIANCE_ADR, Real *level
+ *   TAVIK_FREQUENCIES, const Real f[]             case frequencies, one a row: finite and not negative. A row of
+ *                                                 frequency f counts as f equal rows, one of 0 not at all
+ *   TAVIK_WEIGHTS, const Real w[]                 case weights, one a row: finite and not negative. A row of weight
+ *                                                 0 counts in the count and the extremes only
+ *   TAVIK_MEDIAN                                  adds row 15; excludes the next option and staged processing
+ *   TAVIK_MEDIAN_AND_SCALE                        adds rows 15 to 17
+ *   TAVIK_MISSING_ELEMENTWISE                     leave out a missing element only (the default)
+ *   TAVIK_MISSING_LISTWISE                        leave out the whole row when one of its elements is missing
+ *   TAVIK_RETURN_USER, Real result[]              write the result here (untouched on error) and return it
+ *   TAVIK_STAT_COL_DIM, int                       row stride of the result; default n_variables
+ *   TAVIK_X_COL_DIM, int                          row stride of x; default n_variables
+ *   TAVIK_IDO, int stage                          0 all data in this call (default); 1 first, 2 intermediate,
+ *                                                 3 last call of a series. The series belongs to the thread
+ *
+ * Warnings (type 6, printed at once; the result is returned; i = the variable, from 1, where one is concerned):
+ *   11062, 11288  missing values were left out (elementwise, listwise)
+ *   11067  no variable has more than one observation    11072  variable i has not
+ *   11068  the weights of all variables vanish          11069  those of variable i do
+ *   11073, 11074, 11075  range of i too small for rows 2 to 5, rows 4 and 5, row 5
+ *   11076  all values of i are equal: rows 2 to 5 are 0
+ *   11077  values of i differ, but their second moment vanished: rows 4 and 5 are NaN
+ *   11078  coefficient of variation of i is not defined
+ *   11079, 11080, 11081, 11082  no confidence limits of the mean (variance) of i
+ *
+ * Errors:
+ *   5, 603    n_variables or a stride below 1; n_observations below 1 (0 in stages)
+ *   5, 602    stage outside 0 to 3            5, 601    a stride below n_variables
+ *   5, 11064  level of the mean is 100 or more          5, 11065  level of the variance
+ *   5, 11117  two median options                        5, 11426  a median option in stages
+ *   4, 11055  negative or infinite frequency or weight (4, 11054 in stages)
+ *   4, 20691  stage 2 or 3 without a series             4, 20692  stage 0 or 1 inside one
+ *   4, 11428  another n_variables than the series has
+ *   Any error of type 4 or 5 in a staged call ends the series.
+ *
+ * Accuracy: moments are accumulated in double in both variants, by blocks of rows that are centred on their own
+ * mean and merged with the pairwise formulas (Chan, Golub, LeVeque 1979; Pebay 2008, SAND2008-6212). Speed: one
+ * pass over x, on several threads for large data. Memory besides input and result: a few hundred KiB a thread
+ * plus some tens of bytes a variable, whatever n_observations is; the median options take one column a thread.
+ * Results do not depend on the number of threads, and staged calls whose stages are multiples of 4096 rows give
+ * the bits of one call.
+ *
+ *     double x[] = {1, 2, 3, 4}, *s = tavik_d_simple_statistics(4, 1, x, 0);
+ *     printf("mean %g, standard deviation %g\n", s[0], s[2]);
+ *     tavik_free(s);
+ */
+TAVIK_API float *tavik_f_simple_statistics(int n_observations, int n_variables, const float x[], ...);
+TAVIK_API double *tavik_d_simple_statistics(int n_observations, int n_variables, const double x[], ...);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TAVIKSTAT_H */

@@ -1,0 +1,63 @@
+#include "workspace.hpp"
+#include "error.hpp"
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <new>
+
+namespace tavik
+{
+namespace
+{
+
+constexpr std::size_t alignment = 64;
+
+void raise_exhausted(std::size_t n, const char *governed_by)
+{
+    if (governed_by == nullptr) {
+        tavik_ermes(terminal, 200);
+        return;
+    }
+    tavik_e1sti(1, static_cast<int>(std::min<std::size_t>(n, INT_MAX)));
+    tavik_e1stl(1, governed_by);
+    tavik_ermes(terminal, 201);
+}
+
+} // namespace
+
+void *Workspace::take(std::size_t n, std::size_t element_size, const char *governed_by, Use use)
+{
+    std::size_t bytes = 0;
+    void *memory = nullptr;
+    const bool overflow = __builtin_mul_overflow(n, element_size, &bytes) || bytes > PTRDIFF_MAX - alignment;
+    if (use == Use::work) {
+        if (!overflow) memory = tavik_aligned_malloc(bytes + alignment);
+        if (memory != nullptr) {
+            work_ = new (memory) Block{work_};
+            return static_cast<char *>(memory) + alignment;
+        }
+    } else if (n_results_ < most_results) {
+        if (!overflow) memory = tavik_malloc_internal(std::max<std::size_t>(bytes, 1));
+        if (memory != nullptr) return results_[n_results_++] = memory;
+    }
+    raise_exhausted(n, governed_by);
+    return nullptr;
+}
+
+void Workspace::forget(void *result)
+{
+    std::replace(results_, results_ + n_results_, result, static_cast<void *>(nullptr));
+}
+
+void Workspace::release()
+{
+    while (work_ != nullptr) {
+        Block *next = work_->next;
+        tavik_aligned_free(work_);
+        work_ = next;
+    }
+    while (n_results_ > 0) tavik_free(results_[--n_results_]);
+}
+
+} // namespace tavik

@@ -1,0 +1,55 @@
+// The memory of one public call. Work arrays live until the call ends, on whatever path it ends: return,
+// error, exception or the long jump of a trapped signal. A result belongs to the call, too, until the worker
+// hands it over as its last act; so a call that fails leaves nothing behind without a line of clean-up code
+// in any worker.
+//
+// A workspace has no destructor, since a long jump may pass it by: the frame releases it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tavik
+{
+
+class Workspace
+{
+public:
+    // n elements, aligned to 64 bytes, not initialised. On failure null, with error 5, 201 that names the
+    // argument which governs the size, or 5, 200.
+    template <class T> T *array(std::size_t n, const char *governed_by = nullptr)
+    {
+        return static_cast<T *>(take(n, sizeof(T), governed_by, Use::work));
+    }
+
+    // The same for an array that the caller will release with tavik_free.
+    template <class T> T *result(std::size_t n, const char *governed_by = nullptr)
+    {
+        return static_cast<T *>(take(n, sizeof(T), governed_by, Use::result));
+    }
+
+    // Makes a result the caller's.
+    template <class T> T *hand_over(T *result)
+    {
+        forget(result);
+        return result;
+    }
+
+    void release();
+
+private:
+    enum class Use { work, result };
+    struct Block {
+        Block *next;
+    };
+    static constexpr int most_results = 16; // outputs of one call
+
+    void *take(std::size_t n, std::size_t element_size, const char *governed_by, Use use);
+    void forget(void *result);
+
+    Block *work_;
+    void *results_[most_results];
+    int n_results_;
+};
+
+} // namespace tavik
