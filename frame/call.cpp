@@ -4,10 +4,8 @@
 
 #include <new>
 
-namespace tavik
-{
-namespace
-{
+namespace tavik {
+namespace {
 
 // No exception leaves a public call.
 void run_worker(WorkerThunk thunk, void *worker, Workspace &workspace)
@@ -48,7 +46,7 @@ void run_public_call(const char *name, WorkerThunk thunk, void *worker)
     tavik_error_struct &state = error_state();
     enter_routine(state, name);
     if (state.current_type == no_error) {
-        Workspace workspace{};
+        Workspace workspace;
         if (signal_trapping.load(std::memory_order_relaxed) != 0) run_trapped(thunk, worker, workspace);
         else run_worker(thunk, worker, workspace);
         workspace.release();

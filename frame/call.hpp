@@ -16,8 +16,7 @@
 
 #include <cstdarg>
 
-namespace tavik
-{
+namespace tavik {
 
 // The optional arguments of a public routine. The entry starts and ends the list, the option reader walks it.
 struct ArgumentList {

@@ -3,10 +3,8 @@
 #include "error.hpp"
 #include "precision.hpp"
 
-namespace tavik
-{
-namespace
-{
+namespace tavik {
+namespace {
 
 constexpr int no_upper_bound = -1;
 

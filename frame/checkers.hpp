@@ -3,8 +3,7 @@
 
 #include "error.hpp"
 
-namespace tavik
-{
+namespace tavik {
 
 // A required array or variable. 5, 150.
 inline bool check_not_null(const void *pointer, const char *name)

@@ -9,10 +9,8 @@
 #include <atomic>
 #include <cstdlib>
 
-namespace tavik
-{
-namespace
-{
+namespace tavik {
+namespace {
 
 std::atomic<tavik_error_hook> hook{nullptr};
 

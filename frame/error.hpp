@@ -5,8 +5,7 @@
 
 #include <cstring>
 
-namespace tavik
-{
+namespace tavik {
 
 // Fills the message buffer from a template and its parameters; see error_format.cpp.
 void format_message(tavik_error_struct &state, const char *message_template);

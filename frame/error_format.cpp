@@ -9,10 +9,8 @@
 #include <climits>
 #include <cmath>
 
-namespace tavik
-{
-namespace
-{
+namespace tavik {
+namespace {
 
 constexpr std::ptrdiff_t least_room = 512;
 
@@ -27,8 +25,7 @@ constexpr std::ptrdiff_t least_room = 512;
 }
 
 // Appends to the message buffer, which always keeps room for `least_room` more bytes.
-class Message
-{
+class Message {
 public:
     explicit Message(tavik_error_struct &state) : state_(state)
     {

@@ -4,8 +4,7 @@
 
 #include <cstddef>
 
-namespace tavik
-{
+namespace tavik {
 
 enum class ParameterKind { integer, real, complex, string, unknown };
 

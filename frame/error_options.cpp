@@ -8,8 +8,7 @@
 
 using namespace tavik;
 
-namespace
-{
+namespace {
 
 using Flags = std::uint8_t[n_error_types];
 

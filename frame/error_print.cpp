@@ -6,10 +6,8 @@
 
 #include <algorithm>
 
-namespace tavik
-{
-namespace
-{
+namespace tavik {
+namespace {
 
 constexpr std::size_t last_column = 77;
 constexpr std::size_t line_width = 78;

@@ -3,8 +3,7 @@
 
 #include "error_struct.hpp"
 
-namespace tavik
-{
+namespace tavik {
 
 void default_print(int type, long code, const char *routine, const char *message);
 void print_traceback(const tavik_error_struct &state);

@@ -7,8 +7,7 @@
 
 using namespace tavik;
 
-namespace
-{
+namespace {
 
 void l_generate_error(int type, int depth)
 {

@@ -10,8 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 
-namespace tavik
-{
+namespace tavik {
 
 constexpr int n_error_types = 9; // 0 to 8
 constexpr int stack_levels = 200;

@@ -12,14 +12,12 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace tavik
-{
+namespace tavik {
 
-thread_local tavik_error_struct *thread_error_state = nullptr;
+constinit thread_local tavik_error_struct *thread_error_state = nullptr;
 std::atomic<int> trapping_with_threads{0};
 
-namespace
-{
+namespace {
 
 constexpr int initial_capacity = 2048;
 

@@ -5,10 +5,9 @@
 
 #include <atomic>
 
-namespace tavik
-{
+namespace tavik {
 
-extern thread_local tavik_error_struct *thread_error_state;
+extern constinit thread_local tavik_error_struct *thread_error_state;
 
 // Creates the calling thread's state; ends the process when there is no memory for it.
 tavik_error_struct &create_error_state();

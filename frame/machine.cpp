@@ -7,8 +7,7 @@
 
 using namespace tavik;
 
-namespace
-{
+namespace {
 
 constexpr float quiet_nan_all_bits = __builtin_nanf("0x3fffff"); // bits 7fffffff
 

@@ -6,8 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-namespace
-{
+namespace {
 
 constexpr std::size_t cache_line = 64;
 

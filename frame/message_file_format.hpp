@@ -12,8 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace tavik::message_file
-{
+namespace tavik::message_file {
 
 constexpr char name[] = "tavik_e.bin";
 constexpr std::uint16_t magic = 29432;

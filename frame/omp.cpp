@@ -7,8 +7,7 @@
 
 using namespace tavik;
 
-namespace
-{
+namespace {
 
 std::atomic<int> functions_thread_safe{0};
 std::atomic<int> single_threaded_linear_algebra{1};
@@ -44,8 +43,7 @@ void l_omp_options(OptionReader reader)
 
 } // namespace
 
-namespace tavik
-{
+namespace tavik {
 
 int thread_count(std::int64_t pieces)
 {

@@ -15,8 +15,7 @@
 #include "call.hpp"
 #include "error.hpp"
 
-namespace tavik
-{
+namespace tavik {
 
 // How the position of an option code, which an unknown code reports, is counted. It differs by routine.
 struct PositionRule {
@@ -27,8 +26,7 @@ struct PositionRule {
 
 constexpr PositionRule count_codes{1, 1, 0};
 
-class OptionReader
-{
+class OptionReader {
 public:
     OptionReader(ArgumentList &list, PositionRule rule) : list_(list), rule_(rule), next_position_(rule.first)
     {

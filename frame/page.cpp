@@ -5,8 +5,7 @@
 
 using namespace tavik;
 
-namespace
-{
+namespace {
 
 constexpr int least_size = 10;
 

@@ -9,8 +9,7 @@
 #include <omp.h>
 #include <sched.h>
 
-namespace tavik
-{
+namespace tavik {
 
 // Threads for `pieces` pieces of work; one while signals are trapped, which is for single-threaded use.
 int thread_count(std::int64_t pieces);
@@ -36,8 +35,7 @@ template <class Body> void parallel(int threads, const Body &body)
 }
 
 // Pieces of work that are taken in order, done in any order, and joined in order again.
-class OrderedPieces
-{
+class OrderedPieces {
 public:
     explicit OrderedPieces(std::int64_t count) : count_(count)
     {

@@ -5,10 +5,8 @@
 
 #include <cstring>
 
-namespace tavik
-{
-namespace
-{
+namespace tavik {
+namespace {
 
 bool is_digit(char c)
 {

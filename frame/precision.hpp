@@ -1,21 +1,10 @@
-// What differs between the float and the double variant of a routine, in one place.
+// The constants in which the float and the double variant of a routine differ.
 #pragma once
 
 #include <cmath>
 #include <limits>
 
-namespace tavik
-{
-
-template <class Real> struct Precision;
-
-template <> struct Precision<float> {
-    static constexpr const char *simple_statistics = "tavik_f_simple_statistics";
-};
-
-template <> struct Precision<double> {
-    static constexpr const char *simple_statistics = "tavik_d_simple_statistics";
-};
+namespace tavik {
 
 template <class Real> constexpr Real smallest_normal = std::numeric_limits<Real>::min();
 template <class Real> constexpr Real largest_number = std::numeric_limits<Real>::max();

@@ -14,10 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace tavik
-{
-namespace
-{
+namespace tavik {
+namespace {
 
 using namespace message_file;
 

@@ -3,8 +3,7 @@
 
 #include "error_struct.hpp"
 
-namespace tavik
-{
+namespace tavik {
 
 // What the message file says of a code. The texts stay valid until the thread looks up another code.
 const MessageLookup &find_message(tavik_error_struct &state, long code);

@@ -7,13 +7,11 @@
 
 #include <csignal>
 
-namespace tavik
-{
+namespace tavik {
 
 std::atomic<int> signal_trapping{0};
 
-namespace
-{
+namespace {
 
 struct TrappedSignal {
     int number;

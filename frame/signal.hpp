@@ -5,8 +5,7 @@
 
 #include <atomic>
 
-namespace tavik
-{
+namespace tavik {
 
 extern std::atomic<int> signal_trapping; // process-wide
 

@@ -2,10 +2,8 @@
 
 #include <pthread.h>
 
-namespace tavik
-{
-namespace
-{
+namespace tavik {
+namespace {
 
 pthread_key_t key;
 pthread_once_t once = PTHREAD_ONCE_INIT;

@@ -5,8 +5,7 @@
 // behind then either.
 #pragma once
 
-namespace tavik
-{
+namespace tavik {
 
 // One per kind of state, a thread-local constant-initialised object beside that state.
 struct ThreadExit {

@@ -4,8 +4,7 @@
 #include "call.hpp"
 #include "options.hpp"
 
-namespace
-{
+namespace {
 
 thread_local FILE *input_unit = nullptr;
 thread_local FILE *output_unit = nullptr;
@@ -14,8 +13,7 @@ thread_local FILE *output_unit = nullptr;
 
 using namespace tavik;
 
-namespace
-{
+namespace {
 
 FILE *&unit(int number)
 {

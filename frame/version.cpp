@@ -7,8 +7,7 @@
 
 using namespace tavik;
 
-namespace
-{
+namespace {
 
 // `prefix` stands before the variable's value; an unset variable gives an empty text without it.
 void text_of(const char *variable, const char *prefix, Workspace &workspace, char *&result)

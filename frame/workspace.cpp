@@ -6,10 +6,8 @@
 #include <cstdlib>
 #include <new>
 
-namespace tavik
-{
-namespace
-{
+namespace tavik {
+namespace {
 
 constexpr std::size_t alignment = 64;
 

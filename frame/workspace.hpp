@@ -9,12 +9,12 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace tavik
-{
+namespace tavik {
 
-class Workspace
-{
+class Workspace {
 public:
+    Workspace() : work_(nullptr), n_results_(0) {} // not the slots: every public call makes one of these
+
     // n elements, aligned to 64 bytes, not initialised. On failure null, with error 5, 201 that names the
     // argument which governs the size, or 5, 200.
     template <class T> T *array(std::size_t n, const char *governed_by = nullptr)

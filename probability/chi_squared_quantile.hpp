@@ -1,0 +1,10 @@
+// Quantile of the chi-squared distribution with any positive, also fractional or infinite, degrees of
+// freedom. NaN for p outside [0, 1] or degrees of freedom not above 0; never throws, never raises a library
+// error.
+#pragma once
+
+namespace tavik::probability {
+
+template <class Real> Real chi_squared_quantile(Real p, Real degrees_of_freedom) noexcept;
+
+} // namespace tavik::probability

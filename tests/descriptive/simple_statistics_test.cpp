@@ -1,0 +1,568 @@
+// Simple statistics against certified data, against the stated recurrence carried out in long double, and
+// against their own promises: bits, stages, frequencies, warnings and errors.
+#include "frame/capture.hpp"
+#include "nist_univariate.hpp"
+
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <omp.h>
+#include <random>
+#include <sys/mman.h>
+
+namespace {
+
+template <class... Arguments> float *call(int n, int p, const float *x, Arguments... arguments)
+{
+    return tavik_f_simple_statistics(n, p, x, arguments..., 0);
+}
+
+template <class... Arguments> double *call(int n, int p, const double *x, Arguments... arguments)
+{
+    return tavik_d_simple_statistics(n, p, x, arguments..., 0);
+}
+
+enum Row { mean, variance, deviation, skewness, kurtosis, lowest, highest, range, variation, count };
+
+constexpr double nan_value = std::numeric_limits<double>::quiet_NaN();
+constexpr double inf = std::numeric_limits<double>::infinity();
+
+template <class Real> using Vector = std::vector<Real>;
+
+// Takes the result over: its `rows` rows, or nothing for null.
+template <class Real> Vector<Real> take(Real *result, std::size_t size)
+{
+    Vector<Real> copy;
+    if (result != nullptr) copy.assign(result, result + size);
+    tavik_free(result);
+    return copy;
+}
+
+template <class Real> struct Simple : capture::FrameTest {
+    Simple()
+    {
+        capture::print_with(&capture::record);
+        capture::printed.clear();
+    }
+    ~Simple() override
+    {
+        omp_set_num_threads(omp_get_num_procs());
+    }
+
+    // The codes of the errors since the last call, in their order.
+    static std::vector<long> codes()
+    {
+        std::vector<long> seen;
+        for (const auto &error : std::exchange(capture::printed, {})) seen.push_back(error.code);
+        return seen;
+    }
+
+    static Vector<Real> normal_data(std::size_t size, unsigned seed, double missing = 0)
+    {
+        std::mt19937_64 engine(seed);
+        std::normal_distribution<double> value(5, 3);
+        std::bernoulli_distribution drop(missing);
+        Vector<Real> x(size);
+        for (Real &v : x) v = drop(engine) ? Real(nan_value) : static_cast<Real>(value(engine));
+        return x;
+    }
+};
+
+using Reals = testing::Types<float, double>;
+TYPED_TEST_SUITE(Simple, Reals);
+
+std::vector<double> alternating(double first, double low, double high)
+{
+    std::vector<double> x{first};
+    for (int i = 0; i < 500; ++i) x.insert(x.end(), {low, high});
+    return x;
+}
+
+template <std::size_t n> std::vector<double> values(const double (&x)[n])
+{
+    return {x, x + n};
+}
+
+// Michelson's values in thousands of km/s.
+std::vector<double> michelson()
+{
+    std::vector<double> x = values(nist::michelso);
+    for (double &v : x) v = 299 + v / 1000;
+    return x;
+}
+
+std::vector<double> pi_digits()
+{
+    std::vector<double> x;
+    for (const char *digit = nist::pi_digits; *digit != '\0'; ++digit) x.push_back(*digit - '0');
+    return x;
+}
+
+inline auto near_or_nan(float value)
+{
+    return testing::NanSensitiveFloatEq(value);
+}
+
+inline auto near_or_nan(double value)
+{
+    return testing::NanSensitiveDoubleEq(value);
+}
+
+double digits_right(double value, double certified)
+{
+    if (value == certified) return 16;
+    return -std::log10(std::fabs(value - certified) / std::fabs(certified));
+}
+
+// NIST Statistical Reference Datasets, univariate: certified mean and standard deviation. The data of NumAcc3
+// and NumAcc4 are not representable: rounding them to double already costs all digits beyond those asked for
+// here.
+TEST(CertifiedData, MeanAndDeviation)
+{
+    const struct {
+        const char *name;
+        std::vector<double> x;
+        double mean, deviation, mean_digits, deviation_digits;
+    } sets[] = {
+        {"PiDigits", pi_digits(), 4.53480000000000, 2.86733906028871, 15, 14.5},
+        {"Lottery", values(nist::lottery), 518.958715596330, 291.699727470969, 14.5, 14.5},
+        {"Lew", values(nist::lew), -177.435000000000, 277.332168044316, 15, 14.5},
+        {"Mavro", values(nist::mavro), 2.00185600000000, 0.000429123454003053, 15, 12.5},
+        {"Michelso", michelson(), 299.852400000000, 0.0790105478190518, 15, 13},
+        {"NumAcc1", {10000001, 10000003, 10000002}, 10000002, 1, 16, 16},
+        {"NumAcc2", alternating(1.2, 1.1, 1.3), 1.2, 0.1, 15, 14.5},
+        {"NumAcc3", alternating(1000000.2, 1000000.1, 1000000.3), 1000000.2, 0.1, 15, 9.3},
+        {"NumAcc4", alternating(10000000.2, 10000000.1, 10000000.3), 10000000.2, 0.1, 15, 8.2},
+    };
+    for (const auto &set : sets) {
+        SCOPED_TRACE(set.name);
+        const auto s = take(call(static_cast<int>(set.x.size()), 1, set.x.data()), 14);
+        EXPECT_GE(digits_right(s[mean], set.mean), set.mean_digits);
+        EXPECT_GE(digits_right(s[deviation], set.deviation), set.deviation_digits);
+    }
+}
+
+// References: exact rational arithmetic for the shape, mpmath with 40 digits for the limits.
+TEST(CertifiedData, ShapeAndLimitsOfMichelso)
+{
+    const auto s = take(call(100, 1, nist::michelso), 14);
+    EXPECT_GE(digits_right(s[skewness], -0.018259613963112965968), 13);
+    EXPECT_GE(digits_right(s[kurtosis], 524252357.0 / 1989342003), 13);
+    const double limits[] = {836.72259316633083642, 868.07740683366917798, 4812.4468911161282723,
+                             8424.4124866829589289};
+    for (int i = 0; i < 4; ++i)
+        EXPECT_GE(digits_right(s[static_cast<std::size_t>(10 + i)], limits[i]), 14) << i;
+}
+
+// The accuracy of NumAcc4 and beyond, where the data are exact: integers far from zero. By hand from the
+// moments of 1, 2, 3 in equal shares, at n = 3000 over several blocks.
+TEST(CertifiedData, ExactDataFarFromZero)
+{
+    for (double offset : {0.0, 1e7, 1e12, 0x1p52}) {
+        SCOPED_TRACE(offset);
+        std::vector<double> x(30000);
+        for (std::size_t i = 0; i < x.size(); ++i) x[i] = offset + static_cast<double>(i % 3);
+        const auto s = take(call(30000, 1, x.data()), 14);
+        EXPECT_EQ(s[mean], offset + 1);
+        EXPECT_NEAR(s[variance], 20000.0 / 29999, 1e-15);
+        EXPECT_NEAR(s[skewness], 0, 1e-14);
+        EXPECT_NEAR(s[kurtosis], -1.5, 1e-14);
+    }
+}
+
+TEST(CertifiedData, FloatLosesNothingToItsAccumulators)
+{
+    const int n = 10'000'000;
+    std::vector<float> x(n);
+    for (int i = 0; i < n; ++i) x[static_cast<std::size_t>(i)] = 4096 + static_cast<float>(i % 5) / 64;
+    const auto s = take(call(n, 1, x.data()), 14);
+    EXPECT_EQ(s[mean], 4096 + 2.0F / 64);
+    EXPECT_FLOAT_EQ(s[variance], static_cast<float>(2.0 / 4096 * n / (n - 1.0)));
+    EXPECT_EQ(s[count], 1e7F);
+}
+
+// The stated one-pass recurrence, observation by observation, in long double.
+struct Recurrence {
+    long double n = 0, w = 0, q = 0, mean = 0, m2 = 0, m3 = 0, m4 = 0, low = nan_value, high = nan_value;
+
+    void add(long double x, long double f, long double weight)
+    {
+        low = low <= x ? low : x;
+        high = high >= x ? high : x;
+        n += f;
+        const long double fw = f * weight;
+        if (fw == 0) return;
+        w += fw;
+        q += fw * fw;
+        const long double r = fw / w, d = x - mean, rd = r * d;
+        m4 += fw * (1 - r) * d * d * d * d * (1 - 3 * r * (1 - r)) + 6 * rd * rd * m2 - 4 * rd * m3;
+        m3 += fw * (1 - r) * d * d * d * (1 - 2 * r) - 3 * rd * m2;
+        m2 += fw * (1 - r) * d * d;
+        mean += rd;
+    }
+
+    std::vector<long double> rows(bool weighted) const
+    {
+        const long double var = weighted ? m2 * w / (w * w - q) : m2 / (n - 1), sd = std::sqrt(var),
+                          s2 = m2 / n;
+        return {mean,       var,       sd, m3 / (n * s2 * std::sqrt(s2)), m4 / (n * s2 * s2) - 3, low, high,
+                high - low, sd / mean, n};
+    }
+};
+
+TYPED_TEST(Simple, AgreesWithTheRecurrenceInEveryMode)
+{
+    using Real = TypeParam;
+    const double tolerance = sizeof(Real) == 4 ? 4e-7 : 4e-14;
+    std::mt19937_64 engine(7);
+    const int variables[] = {1, 2, 3, 5, 8, 10, 15, 16, 17, 19, 31, 33, 100};
+    for (int round = 0; round < 160; ++round) {
+        const int p = variables[round % std::size(variables)], pad = round % 3, stride = p + pad;
+        const int n = 3 + static_cast<int>(engine() % (round % 5 == 0 ? 9000 : 300));
+        const bool missing = round % 2 != 0, listwise = round % 4 == 3 && p < 20;
+        const bool with_f = round % 7 < 3, with_w = round % 7 > 1 && round % 7 < 5;
+        auto x = TestFixture::normal_data(static_cast<std::size_t>(n) * static_cast<std::size_t>(stride),
+                                          static_cast<unsigned>(round), missing ? 0.03 : 0);
+        x.resize(static_cast<std::size_t>(n - 1) * static_cast<std::size_t>(stride) +
+                 static_cast<std::size_t>(p));
+        Vector<Real> f(static_cast<std::size_t>(n), 1), w(f);
+        for (int i = 0; i < n; ++i) {
+            const auto at = static_cast<std::size_t>(i);
+            if (with_f) f[at] = static_cast<Real>(engine() % 4);
+            if (with_w) w[at] = static_cast<Real>(engine() % 9) / 4;
+            if (with_w && missing && engine() % 50 == 0) w[at] = Real(nan_value);
+        }
+        SCOPED_TRACE(testing::Message() << "n " << n << " p " << p << " stride " << stride << " listwise "
+                                        << listwise << " f " << with_f << " w " << with_w);
+        // Without frequencies and weights those options are not given at all, which takes another path.
+        const int mode = listwise ? TAVIK_MISSING_LISTWISE : TAVIK_MISSING_ELEMENTWISE;
+        Real *result = with_f && with_w ? call(n, p, x.data(), TAVIK_X_COL_DIM, stride, mode,
+                                               TAVIK_FREQUENCIES, f.data(), TAVIK_WEIGHTS, w.data())
+                       : with_f
+                           ? call(n, p, x.data(), TAVIK_X_COL_DIM, stride, mode, TAVIK_FREQUENCIES, f.data())
+                       : with_w ? call(n, p, x.data(), TAVIK_X_COL_DIM, stride, mode, TAVIK_WEIGHTS, w.data())
+                                : call(n, p, x.data(), TAVIK_X_COL_DIM, stride, mode);
+        ASSERT_NE(result, nullptr);
+        const auto s = take(result, 14 * static_cast<std::size_t>(p));
+        for (int j = 0; j < p; ++j) {
+            Recurrence expected;
+            for (int i = 0; i < n; ++i) {
+                const Real *row = x.data() + static_cast<std::ptrdiff_t>(i) * stride;
+                const auto at = static_cast<std::size_t>(i);
+                const bool dropped =
+                    listwise && std::any_of(row, row + p, [](Real v) { return std::isnan(v); });
+                if (dropped || std::isnan(row[j]) || f[at] == 0 || std::isnan(w[at])) continue;
+                expected.add(row[j], f[at], w[at]);
+            }
+            if (expected.n < 3 || expected.w < 2) continue; // the warnings have a test of their own
+            const auto rows = expected.rows(with_w);
+            for (std::size_t r = 0; r < rows.size(); ++r) {
+                const auto got = static_cast<long double>(
+                    s[r * static_cast<std::size_t>(p) + static_cast<std::size_t>(j)]);
+                ASSERT_NEAR(got, rows[r], tolerance * (1 + std::fabs(rows[r])))
+                    << "row " << r + 1 << " variable " << j;
+            }
+        }
+    }
+}
+
+TYPED_TEST(Simple, SameBitsOnAnyNumberOfThreadsAndInStages)
+{
+    using Real = TypeParam;
+    for (int p : {1, 3, 10, 40}) {
+        SCOPED_TRACE(p);
+        const int n = 3 * 4096 + 777;
+        const auto x =
+            TestFixture::normal_data(static_cast<std::size_t>(n) * static_cast<std::size_t>(p), 3, 0.0001);
+        const auto size = 14 * static_cast<std::size_t>(p);
+        const auto bits = [&](int threads) {
+            omp_set_num_threads(threads);
+            const auto s = take(call(n, p, x.data()), size);
+            return std::string(reinterpret_cast<const char *>(s.data()), s.size() * sizeof(Real));
+        };
+        const std::string once = bits(1);
+        EXPECT_EQ(bits(2), once);
+        EXPECT_EQ(bits(3), once);
+
+        const auto staged = [&](int first, int second) {
+            EXPECT_EQ(call(first, p, x.data(), TAVIK_IDO, 1), nullptr);
+            EXPECT_EQ(call(second, p, x.data() + static_cast<std::ptrdiff_t>(first) * p, TAVIK_IDO, 2),
+                      nullptr);
+            EXPECT_EQ(call(0, p, static_cast<const Real *>(nullptr), TAVIK_IDO, 2), nullptr);
+            return take(call(n - first - second, p,
+                             x.data() + static_cast<std::ptrdiff_t>(first + second) * p, TAVIK_IDO, 3),
+                        size);
+        };
+        const auto on_borders = staged(4096, 8192), elsewhere = staged(100, 5000);
+        EXPECT_EQ(std::string(reinterpret_cast<const char *>(on_borders.data()), once.size()), once);
+        const auto whole = take(call(n, p, x.data()), size);
+        for (std::size_t i = 0; i < size; ++i)
+            EXPECT_NEAR(elsewhere[i], whole[i],
+                        64 * std::numeric_limits<Real>::epsilon() * (1 + std::fabs(whole[i])))
+                << i;
+    }
+}
+
+TYPED_TEST(Simple, AFrequencyCountsAsThatManyCopies)
+{
+    using Real = TypeParam;
+    const Vector<Real> x = {2, 7, 1, 8, 2, 8}, f = {3, 1, 2, 0, 1, 4};
+    Vector<Real> copies;
+    for (std::size_t i = 0; i < x.size(); ++i)
+        copies.insert(copies.end(), static_cast<std::size_t>(f[i]), x[i]);
+    const auto s = take(call(6, 1, x.data(), TAVIK_FREQUENCIES, f.data()), 14);
+    const auto t = take(call(static_cast<int>(copies.size()), 1, copies.data()), 14);
+    for (std::size_t i = 0; i < 14; ++i)
+        EXPECT_NEAR(s[i], t[i], 16 * std::numeric_limits<Real>::epsilon() * std::fabs(t[i])) << i;
+}
+
+TYPED_TEST(Simple, MediansTakeTheValuesThatCount)
+{
+    using Real = TypeParam;
+    const Real nan = Real(nan_value), infinity = Real(inf);
+    const Vector<Real> ones(5, 1), drop = {1, 0, 1, 1, nan};
+    const struct {
+        const char *name;
+        Vector<Real> x;
+        bool dropping; // row 1 by its frequency, row 4 by a missing one
+        Real median, deviation;
+    } cases[] = {{"odd", {5, 1, 4, 2, 9}, false, 4, 2},
+                 {"even: mean of the middle two", {5, 1, 4, 2, nan}, false, 3, 1.5},
+                 {"left out rows", {5, 1, 4, 2, 9}, true, 4, 1},
+                 {"no overflow",
+                  {std::numeric_limits<Real>::max(), std::numeric_limits<Real>::max(), nan, nan, nan},
+                  false,
+                  std::numeric_limits<Real>::max(),
+                  0},
+                 {"infinite center", {infinity, infinity, infinity, 1, 2}, false, infinity, 0},
+                 {"nothing", {nan, nan, nan, nan, nan}, false, nan, nan}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const Real *f = c.dropping ? drop.data() : ones.data();
+        const auto s = take(call(5, 1, c.x.data(), TAVIK_MEDIAN_AND_SCALE, TAVIK_FREQUENCIES, f), 17);
+        const auto t = take(call(5, 1, c.x.data(), TAVIK_MEDIAN, TAVIK_FREQUENCIES, f), 15);
+        ASSERT_EQ(s.size(), 17U);
+        EXPECT_THAT(s[14], near_or_nan(c.median)) << t[14];
+        EXPECT_THAT(t[14], near_or_nan(c.median));
+        EXPECT_THAT(s[15], near_or_nan(c.deviation));
+        // 0.67448975019608174 is the normal quantile at 0.75 (mpmath).
+        EXPECT_THAT(s[16], near_or_nan(static_cast<Real>(c.deviation / 0.67448975019608174)));
+    }
+}
+
+// A column, what its rows 2 to 5 and 9 become (n: NaN, 0, or v: a number), and the warnings in their order.
+TYPED_TEST(Simple, WarnsOfWhatIsNotDefined)
+{
+    using Real = TypeParam;
+    const Real nan = Real(nan_value), tiny = std::numeric_limits<Real>::min(), infinity = Real(inf);
+    const Real root = std::sqrt(tiny), cube = std::cbrt(tiny), fourth = std::sqrt(root);
+    using Codes = std::vector<long>;
+    const struct {
+        const char *name;
+        Vector<Real> x, w;
+        const char
+            *rows; // variance, deviation, skewness, kurtosis, variation, limits of the mean, of the variance
+        Codes codes;
+    } cases[] = {
+        {"one value", {7}, {}, "nnnnnnnnn", {11067}},
+        {"one value left", {nan, 7, nan}, {}, "nnnnnnnnn", {11062, 11067}},
+        {"equal", {7, 7, 7}, {}, "00000vv00", {11076}},
+        {"equal to zero", {0, 0, 0}, {}, "0000n0000", {11076, 11078}},
+        {"range below the square root", {0, root / 4, 0}, {}, "00nn0vv00", {11073}},
+        {"shape underflows", {0, cube / 2, cube / 4}, {}, "vvnnvvvvv", {11074}},
+        {"kurtosis underflows", {0, fourth / 2, fourth / 3}, {}, "vvvnvvvvv", {11075}},
+        {"weights all zero", {1, 2, 3}, {0, 0, 0}, "nnnnnnnnn", {11068}},
+        {"one weight only", {1, 2, 3}, {0, 1, 0}, "nnnnnnnnn", {11077, 11078, 11079, 11081}},
+        {"mean of zero", {-1, 3, -2}, {}, "vvvvvvvvv", {}},
+        {"infinite", {1, infinity, 2}, {}, "nnnnnnnnn", {11078, 11079, 11081}},
+        {"plain", {1, 2, 4}, {}, "vvvvvvvvv", {}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const int n = static_cast<int>(c.x.size());
+        Real *result =
+            c.w.empty() ? call(n, 1, c.x.data()) : call(n, 1, c.x.data(), TAVIK_WEIGHTS, c.w.data());
+        const auto s = take(result, 14);
+        ASSERT_EQ(s.size(), 14U);
+        std::string rows;
+        for (int r : {1, 2, 3, 4, 8, 10, 11, 12, 13})
+            rows += std::isnan(s[static_cast<std::size_t>(r)]) ? 'n'
+                    : s[static_cast<std::size_t>(r)] == 0      ? '0'
+                                                               : 'v';
+        EXPECT_EQ(rows, c.rows);
+        EXPECT_EQ(this->codes(), c.codes);
+    }
+    // Several variables: the number of the one concerned, from 1.
+    const Vector<Real> x = {1, nan, 5, 2, 3, 5};
+    const auto s = take(call(2, 3, x.data()), 42);
+    EXPECT_EQ(this->codes(), (Codes{11062, 11072, 11076}));
+    EXPECT_EQ(capture::fill("%(i1)"), "3");
+    EXPECT_EQ(s[3 * count + 1], 1);
+    EXPECT_EQ(s[1], 3);
+    this->codes();
+    const Vector<Real> weights = {1, 0, 0, 1};
+    take(call(4, 2, Vector<Real>{1, nan, 2, 5, 2, 6, 3, nan}.data(), TAVIK_WEIGHTS, weights.data()), 28);
+    EXPECT_EQ(this->codes(), (Codes{11062, 11069}));
+    take(call(2, 2, Vector<Real>{1, nan, 2, 5}.data(), TAVIK_MISSING_LISTWISE), 28);
+    EXPECT_EQ(this->codes(), (Codes{11288, 11067}));
+}
+
+TYPED_TEST(Simple, DefinedForInfinitiesAndTheLargestNumbers)
+{
+    using Real = TypeParam;
+    const Real infinity = Real(inf), largest = std::numeric_limits<Real>::max();
+    const struct {
+        Vector<Real> x;
+        Real mean, low, high;
+    } cases[] = {{{1, infinity, 2}, infinity, 1, infinity},
+                 {{-infinity, 3}, -infinity, -infinity, 3},
+                 {{infinity, -infinity, 0}, Real(nan_value), -infinity, infinity},
+                 {{largest, largest, largest}, largest, largest, largest},
+                 {{largest, -largest}, 0, -largest, largest}};
+    for (const auto &c : cases) {
+        for (std::size_t padding : {0U, 10000U}) { // over several blocks: the infinite mean stays
+            Vector<Real> x = c.x;
+            if (std::isfinite(c.mean) && padding > 0) continue;
+            x.resize(x.size() + padding, 1);
+            const auto s = take(call(static_cast<int>(x.size()), 1, x.data()), 14);
+            EXPECT_THAT(s[mean], near_or_nan(c.mean));
+            EXPECT_EQ(s[lowest], c.low);
+            EXPECT_EQ(s[highest], c.high);
+        }
+    }
+}
+
+TYPED_TEST(Simple, RefusesBadArguments)
+{
+    using Real = TypeParam;
+    const Vector<Real> x = {1, 2, 3, 4}, bad_f = {1, -2, 1, 1}, nan_f = {Real(nan_value), -2, 0, 1},
+                       ones(4, 1);
+    const Vector<Real> zero_f = {0, 1, 1, 1}, bad_w = {-3, 1, 1, Real(inf)};
+    const Real level = 100;
+    Real user[14];
+    std::fill_n(user, 14, Real(42));
+    const struct {
+        const char *outcome, *kinds;
+        std::function<Real *()> run;
+    } cases[] = {
+        {"5 603 0 1 n_variables", "iil", [&] { return call(4, 0, x.data()); }},
+        {"5 603 0 1 n_observations", "iil", [&] { return call(0, 1, x.data()); }},
+        {"5 603 -1 0 n_observations", "iil", [&] { return call(-1, 1, x.data(), TAVIK_IDO, 1); }},
+        {"5 602 4 0 3 ido", "iiil", [&] { return call(4, 1, x.data(), TAVIK_IDO, 4); }},
+        {"5 601 2 1 n_variables x_col_dim", "iill", [&] { return call(2, 2, x.data(), TAVIK_X_COL_DIM, 1); }},
+        {"5 601 2 1 n_variables stat_col_dim", "iill",
+         [&] { return call(2, 2, x.data(), TAVIK_STAT_COL_DIM, 1); }},
+        {"5 603 0 1 x_col_dim", "iil", [&] { return call(2, 2, x.data(), TAVIK_X_COL_DIM, 0); }},
+        {"5 11064 100", "r", [&] { return call(4, 1, x.data(), TAVIK_CONFIDENCE_MEAN_ADR, &level); }},
+        {"5 11064 nan", "r", [&] { return call(4, 1, x.data(), TAVIK_CONFIDENCE_MEAN, nan_value); }},
+        {"5 11065 100.5", "r", [&] { return call(4, 1, x.data(), TAVIK_CONFIDENCE_VARIANCE, 100.5); }},
+        {"5 11117 TAVIK_MEDIAN and TAVIK_MEDIAN_AND_SCALE", "l",
+         [&] { return call(4, 1, x.data(), TAVIK_MEDIAN, TAVIK_MEDIAN); }},
+        {"5 11117 TAVIK_MEDIAN and TAVIK_MEDIAN_AND_SCALE", "l",
+         [&] { return call(4, 1, x.data(), TAVIK_MEDIAN, TAVIK_MEDIAN_AND_SCALE); }},
+        {"5 11426 2", "i", [&] { return call(4, 1, x.data(), TAVIK_MEDIAN, TAVIK_IDO, 2); }},
+        {"5 11001 4711 3", "ii", [&] { return call(4, 1, x.data(), TAVIK_IDO, 0, TAVIK_MEDIAN, 4711); }},
+        {"5 150 x", "l", [&] { return call(4, 1, static_cast<const Real *>(nullptr)); }},
+        {"4 11055 2 -2", "ir", [&] { return call(4, 1, x.data(), TAVIK_FREQUENCIES, bad_f.data()); }},
+        {"4 11055 2 -2", "ir", [&] { return call(4, 1, x.data(), TAVIK_FREQUENCIES, nan_f.data()); }},
+        {"4 11055 2 -3", "ir", [&] { return call(4, 1, x.data(), TAVIK_WEIGHTS, bad_w.data()); }},
+        {"4 11055 3 inf", "ir",
+         [&] { return call(4, 1, x.data(), TAVIK_WEIGHTS, bad_w.data(), TAVIK_FREQUENCIES, zero_f.data()); }},
+        {"4 11054 2 4 inf", "iir",
+         [&] {
+             return call(4, 1, x.data(), TAVIK_IDO, 1, TAVIK_WEIGHTS, bad_w.data(), TAVIK_FREQUENCIES,
+                         zero_f.data());
+         }},
+        {"4 11055 2 -2", "ir",
+         [&] { return call(4, 1, x.data(), TAVIK_RETURN_USER, user, TAVIK_FREQUENCIES, bad_f.data()); }},
+    };
+    for (const auto &c : cases) {
+        if (c.kinds == std::string("iir")) continue; // the column comes before the row: see below
+        EXPECT_EQ(capture::outcome([&] { EXPECT_EQ(c.run(), nullptr); }, c.kinds), c.outcome);
+    }
+    EXPECT_EQ(capture::outcome([&] { cases[19].run(); }, "iir"), "4 11054 3 4 inf");
+    EXPECT_TRUE(std::all_of(user, user + 14, [](Real v) { return v == 42; }));
+}
+
+TYPED_TEST(Simple, StagesFollowEachOther)
+{
+    using Real = TypeParam;
+    const Vector<Real> x = {1, 2, 3, 4, 5, 6}, bad = {1, -1, 1};
+    const auto stage = [&](int ido, int p = 1) {
+        return capture::outcome([&] { tavik_free(call(3, p, x.data(), TAVIK_IDO, ido)); });
+    };
+    // Each line is a run of stages on a clean thread, and what they leave.
+    const std::vector<std::pair<std::vector<int>, std::vector<std::string>>> runs = {
+        {{1, 2, 3}, {"0 0", "0 0", "0 0"}},
+        {{2}, {"4 20691"}},
+        {{3}, {"4 20691"}},
+        {{0, 2}, {"0 0", "4 20691"}},
+        {{1, 1, 2}, {"0 0", "4 20692", "4 20691"}},
+        {{1, 0, 2}, {"0 0", "4 20692", "4 20691"}},
+        {{1, 3, 3}, {"0 0", "0 0", "4 20691"}},
+    };
+    for (const auto &[stages, outcomes] : runs) {
+        std::vector<std::string> seen;
+        for (int ido : stages) seen.push_back(stage(ido));
+        EXPECT_EQ(seen, outcomes) << testing::PrintToString(stages);
+    }
+    EXPECT_EQ(stage(1), "0 0");
+    EXPECT_EQ(stage(2, 2), "4 11428");
+    EXPECT_EQ(stage(2), "4 20691");
+    EXPECT_EQ(stage(1), "0 0");
+    EXPECT_EQ(capture::outcome([&] { call(3, 1, x.data(), TAVIK_IDO, 2, TAVIK_WEIGHTS, bad.data()); }, "i"),
+              "4 11054 2");
+    EXPECT_EQ(stage(3), "4 20691");
+    stage(1);
+    EXPECT_EQ(capture::outcome([&] { call(3, 1, x.data(), TAVIK_IDO, 2, 4711); }), "5 11001");
+    EXPECT_EQ(stage(3), "4 20691");
+    // Another thread has a series of its own, and a warning does not end one.
+    stage(1);
+    capture::in_thread([&] {
+        capture::restore_defaults(false);
+        EXPECT_EQ(stage(2), "4 20691");
+    });
+    const Vector<Real> missing(3, Real(nan_value));
+    EXPECT_EQ(capture::outcome([&] { call(3, 1, missing.data(), TAVIK_IDO, 2); }), "6 11062");
+    const auto s = take(call(2, 1, x.data() + 3, TAVIK_IDO, 3), 14);
+    ASSERT_EQ(s.size(), 14U);
+    EXPECT_EQ(s[mean], 3);
+    EXPECT_EQ(s[count], 5);
+}
+
+TYPED_TEST(Simple, WritesWhereTheCallerSays)
+{
+    using Real = TypeParam;
+    const Vector<Real> x = {1, 10, 2, 30};
+    Vector<Real> user(14 * 3, -1);
+    EXPECT_EQ(call(2, 2, x.data(), TAVIK_RETURN_USER, user.data(), TAVIK_STAT_COL_DIM, 3,
+                   TAVIK_CONFIDENCE_MEAN, 0.0),
+              user.data());
+    EXPECT_EQ(user[0], Real(1.5));
+    EXPECT_EQ(user[1], 20);
+    for (std::size_t r = 0; r < 14; ++r) EXPECT_EQ(user[3 * r + 2], -1) << r; // the padding is the caller's
+    EXPECT_TRUE(std::isnan(user[30]) && std::isnan(user[33])) << "suppressed limits";
+    EXPECT_FALSE(std::isnan(user[36]));
+}
+
+// Three rows, 2^31 elements apart, in memory that is mostly not there.
+TYPED_TEST(Simple, ComputesOffsetsIn64Bits)
+{
+    using Real = TypeParam;
+    const std::size_t stride = 0x40000000, bytes = (2 * stride + 1) * sizeof(Real);
+    void *memory =
+        mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (memory == MAP_FAILED) GTEST_SKIP() << "no address space";
+    auto *x = static_cast<Real *>(memory);
+    for (std::size_t i = 0; i < 3; ++i) x[i * stride] = static_cast<Real>(i + 1);
+    const auto s = take(call(3, 1, x, TAVIK_X_COL_DIM, static_cast<int>(stride), TAVIK_MEDIAN), 15);
+    munmap(memory, bytes);
+    ASSERT_EQ(s.size(), 15U);
+    EXPECT_EQ(s[mean], 2);
+    EXPECT_EQ(s[highest], 3);
+    EXPECT_EQ(s[14], 2);
+    // A result of more bytes than an int counts is refused cleanly where there is no memory for it.
+    EXPECT_EQ(call(1, 1, s.data(), TAVIK_X_COL_DIM, 1, TAVIK_STAT_COL_DIM, 0), nullptr);
+}
+
+} // namespace
