@@ -1,7 +1,7 @@
 // Benchmarks that stand beside a peer: after the run, a table of how many times faster the library is.
 //
-// A benchmark is named WORK/SIDE. Register what is to be compared with compare(); times are the medians of the
-// repetitions of one process run.
+// A benchmark is named WORK/SIDE. Register what is to be compared with compare(); times are the medians of
+// the repetitions of one process run.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -36,8 +36,8 @@ public:
     {
         for (const Run &run : runs) {
             if (run.aggregate_name == "median")
-                median_[run.run_name.function_name] = run.GetAdjustedRealTime() *
-                                                      1e9 / benchmark::GetTimeUnitMultiplier(run.time_unit);
+                median_[run.run_name.function_name] =
+                    run.GetAdjustedRealTime() * 1e9 / benchmark::GetTimeUnitMultiplier(run.time_unit);
         }
         ConsoleReporter::ReportRuns(runs);
     }

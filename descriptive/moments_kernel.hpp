@@ -119,14 +119,25 @@ inline void clear(const PowerSums &sums, std::size_t slots)
 
 // The shift of a column is the mean of the first sixteenth of its rows. A part of that size cannot have its
 // mean more than sqrt(15) standard deviations from the mean of the whole, which bounds what the conversion to
-// central moments can lose, whatever the data. It is exact for a column of equal values.
-template <class Real> inline double leading_mean(const Real *x, std::int64_t rows, std::size_t stride)
+// central moments can lose, whatever the data.
+inline std::int64_t leading_rows(std::int64_t rows)
 {
-    const std::int64_t leading = rows < 32 ? 1 : rows / 16;
-    const double first = x[0];
-    double sum = 0;
-    for (std::int64_t i = 1; i < leading; ++i) sum += x[static_cast<std::size_t>(i) * stride] - first;
-    return first + sum / static_cast<double>(leading);
+    return rows < 32 ? 1 : rows / 16;
+}
+
+// step[k] is how far the mean of the leading rows of column k lies from its first value: 0 for equal values.
+template <class Real>
+inline void leading_steps(const Real *x, std::int64_t rows, std::size_t stride, std::size_t width,
+                          double *step)
+{
+    const std::int64_t leading = leading_rows(rows);
+    for (std::size_t k = 0; k < width; ++k) step[k] = 0;
+    for (std::int64_t i = 1; i < leading; ++i) {
+        const Real *row = x + static_cast<std::size_t>(i) * stride;
+        for (std::size_t k = 0; k < width; ++k)
+            step[k] += static_cast<double>(row[k]) - static_cast<double>(x[k]);
+    }
+    for (std::size_t k = 0; k < width; ++k) step[k] /= static_cast<double>(leading);
 }
 
 // The mean from the sum about `shift`, as the sum of two doubles.
@@ -160,11 +171,12 @@ void wide_block(const Real *x, std::int64_t rows, std::size_t stride, std::size_
 {
     const std::size_t slots = padded_size(p), whole = p / lanes * lanes;
     const PowerSums sums(scratch, slots);
-    clear(sums, slots);
+    leading_steps(x, rows, stride, p, sums.s1);
     for (std::size_t k = 0; k < slots; ++k) {
         const std::size_t j = k < whole ? k : k - whole + p - lanes;
-        sums.shift[k] = leading_mean(x + j, rows, stride);
+        sums.shift[k] = x[j] + sums.s1[j];
     }
+    clear(sums, slots);
     sweep(x, rows, stride, p, sums);
     const auto n = static_cast<double>(rows);
     for (std::size_t j = 0; j < p; ++j) {
@@ -187,11 +199,14 @@ void grouped_block(const Real *x, std::int64_t rows, std::size_t p, double *scra
     const auto group = static_cast<std::int64_t>(width / p);
     const std::int64_t groups = rows / group;
     const PowerSums sums(scratch, width);
-    clear(sums, width);
+    if (groups > 0) leading_steps(x, groups, width, width, sums.s1);
     for (std::size_t j = 0; j < p; ++j) {
-        const double shift = leading_mean(x + j, rows, p);
-        for (std::size_t k = j; k < width; k += p) sums.shift[k] = shift;
+        const double first = x[j];
+        double step = 0;
+        for (std::size_t k = j; groups > 0 && k < width; k += p) step += (x[k] - first) + sums.s1[k];
+        for (std::size_t k = j; k < width; k += p) sums.shift[k] = first + step / static_cast<double>(group);
     }
+    clear(sums, width);
     sweep(x, groups, width, width, sums);
     const Real *rest = x + static_cast<std::size_t>(groups) * width;
     const auto rest_size = static_cast<std::size_t>(rows % group) * p;

@@ -66,7 +66,7 @@ void print_wrapped(FILE *stream, const char *rest, std::size_t column)
         } else if (const std::size_t blank = find_last_blank(rest, width); blank != npos) {
             print(blank);
         } else if (column == prefix_width) {
-            print(width); // a word longer than a line
+            print(width - 1); // of a word that no line can hold
         }
         start_continuation(stream, column);
     }

@@ -13,7 +13,9 @@ namespace tavik {
 
 class Workspace {
 public:
-    Workspace() : work_(nullptr), n_results_(0) {} // not the slots: every public call makes one of these
+    Workspace() : work_(nullptr), n_results_(0)
+    {
+    } // not the slots: every public call makes one of these
 
     // n elements, aligned to 64 bytes, not initialised. On failure null, with error 5, 201 that names the
     // argument which governs the size, or 5, 200.

@@ -22,8 +22,7 @@
 #include <string>
 #include <vector>
 
-namespace
-{
+namespace {
 
 namespace format = tavik::message_file;
 
@@ -39,8 +38,7 @@ void complain(const std::string &origin, const std::string &what)
     ++faults;
 }
 
-class Messages
-{
+class Messages {
 public:
     void read(const std::string &path)
     {

@@ -1,4 +1,5 @@
-// Peer of the simple statistics: mean, extremes and second to fourth central moments of each column with Eigen.
+// Peer of the simple statistics: mean, extremes and second to fourth central moments of each column with
+// Eigen.
 #pragma once
 
 #include <cstdint>

@@ -1,0 +1,97 @@
+// Many threads raise, print and query at once: no line is torn, no state is another thread's.
+#include "capture.hpp"
+
+#include <array>
+#include <atomic>
+#include <random>
+#include <set>
+#include <string_view>
+
+using namespace capture;
+
+namespace {
+
+constexpr int kThreads = 8, kRounds = 300;
+constexpr const char *kNames[kThreads] = {"tavik_t0", "tavik_t1", "tavik_t2", "tavik_t3",
+                                          "tavik_t4", "tavik_t5", "tavik_t6", "tavik_t7"};
+
+template <class Body> void in_threads(Body body)
+{
+    std::vector<std::thread> team;
+    for (int id = 0; id < kThreads; ++id) team.emplace_back(body, id);
+    for (std::thread &thread : team) thread.join();
+}
+
+struct Threads : FrameTest {};
+
+TEST_F(Threads, PrintedErrorsNeverInterleaveAndStatesNeverMix)
+{
+    const auto text = [](int id, int round) {
+        return to_string(round) + " of " + kNames[id] + string(70, ' ') + string(90, char('a' + id)) +
+               "\nend";
+    };
+    const auto code = [](int id, int round) { return kCode + 100000L * (1000 * id + round); };
+    const auto type = [](int round) { return 3 + round % 2 * 3; };
+    std::atomic<int> wrong = 0;
+    in_threads([&](int id) {
+        tavik_error_options(TAVIK_SET_ERROR_FILE, stream.file, TAVIK_SET_TRACEBACK, 1, id % 2, 0);
+        for (int round = 0; round < kRounds; ++round) {
+            const string due = text(id, round), rest = due.substr(to_string(round).size());
+            tavik_e1sti(1, round);
+            tavik_e1stl(1, rest.c_str());
+            std::this_thread::yield();
+            raise_in(kNames[id], type(round), "%(i1)%(l1)", code(id, round));
+            wrong += tavik_error_type() != type(round) || tavik_error_code() != code(id, round) ||
+                     own(tavik_error_message()) != due || get(TAVIK_GET_TRACEBACK, 1) != id % 2;
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+    const string all = stream.take();
+    std::array<int, kThreads> round{};
+    for (std::string_view rest = all; !rest.empty();) {
+        int id = -1;
+        string due;
+        do {
+            ASSERT_LT(++id, kThreads) << "no thread printed this: " << rest.substr(0, 300);
+            const int n = round[id];
+            due = block(type(n), kNames[id], text(id, n), to_string(code(id, n)));
+        } while (!rest.starts_with(due));
+        rest.remove_prefix(due.size());
+        ++round[id];
+    }
+    EXPECT_THAT(round, testing::Each(kRounds));
+}
+
+TEST_F(Threads, LookUpsInTheMessageFileNeverMix)
+{
+    const auto text = [](long code) {
+        for (int k = 1; k <= 9; ++k) {
+            tavik_e1sti(k, k);
+            tavik_e1std(k, k);
+            tavik_e1stl(k, "name");
+        }
+        tavik_e1psh("tavik_x");
+        tavik_ermes(2, code);
+        tavik_e1pop("tavik_x");
+        return own(tavik_error_message());
+    };
+    std::vector<std::pair<long, string>> due;
+    std::set<string> distinct;
+    for (long code :
+         {103L, 108L, 132L, 150L, 601L, 602L, 603L, 11001L, 11061L, 12116L, 20403L, 20404L, kCode})
+        distinct.insert(due.emplace_back(code, text(code)).second);
+    EXPECT_NE(due.front().second, "Error code 103."); // the file was found
+    EXPECT_EQ(due.back().second, "Error code 4.");
+    EXPECT_EQ(distinct.size(), due.size());
+    std::atomic<int> wrong = 0;
+    in_threads([&](int id) {
+        std::mt19937 bits(id);
+        for (int round = 0; round < kRounds; ++round) {
+            const auto &[code, message] = due[bits() % due.size()];
+            wrong += text(code) != message;
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+}
+
+} // namespace

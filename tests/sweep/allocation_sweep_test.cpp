@@ -1,0 +1,220 @@
+// Fails the k-th allocation of every public routine, for k = 1, 2, ... until it succeeds: each failure must
+// give its error and a null result, leave no block behind, and leave the library usable.
+//
+// A new routine joins with one line in cases().
+#include "failing_malloc.hpp"
+
+#include "internal.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <fstream>
+#include <functional>
+#include <omp.h>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// What a routine without memory does: an error (5, 200 or 5, 201), or null without one, as its comment says.
+enum class Without { error, null };
+
+struct Case {
+    std::string routine;
+    std::function<void *()> run; // gives what tavik_free releases: the routine's result or one of its outputs
+    Without memory = Without::error;
+    long keeps = 0; // blocks that stay the library's
+};
+
+void *const no_result = nullptr;
+
+template <class Call> std::function<void *()> done(Call call)
+{
+    return [=] {
+        call();
+        return no_result;
+    };
+}
+
+// First stages and the last one, whichever gets through.
+template <class Call> void *in_stages(Call call)
+{
+    for (int ido : {1, 2}) {
+        tavik_free(call(ido));
+        if (tavik_error_type() == 5) return no_result;
+    }
+    return call(3);
+}
+
+double d[] = {1, 2, 3, 4, 5, 6}, d_mass[] = {1, 2, 1};
+float f[] = {1, 2, 3, 4, 5, 6}, f_mass[] = {1, 2, 1};
+char text[] = "./";
+int number = 80;
+
+const std::vector<Case> &cases()
+{
+    static const std::vector<Case> all = {
+        {"tavik_aligned_malloc", [] { return tavik_aligned_malloc(100); }, Without::null},
+        {"tavik_aligned_free", done([] { tavik_aligned_free(nullptr); })},
+        {"tavik_ctime", done(tavik_ctime)},
+        {"tavik_d_aligned_malloc", [] { return tavik_d_aligned_malloc(3, 5); }, Without::null},
+        {"tavik_d_machine", done([] { tavik_d_machine(4); })},
+        {"tavik_d_omp_roundup", done([] { tavik_d_omp_roundup(9); })},
+        {"tavik_d_simple_statistics", [] { return tavik_d_simple_statistics(3, 2, d, 0); }},
+        {"tavik_d_simple_statistics",
+         [] {
+             return tavik_d_simple_statistics(3, 1, d, TAVIK_X_COL_DIM, 2, TAVIK_MEDIAN_AND_SCALE,
+                                              TAVIK_FREQUENCIES, d_mass, TAVIK_WEIGHTS, d_mass,
+                                              TAVIK_MISSING_LISTWISE, 0);
+         }},
+        {"tavik_d_simple_statistics",
+         [] {
+             return in_stages([](int ido) { return tavik_d_simple_statistics(3, 2, d, TAVIK_IDO, ido, 0); });
+         }},
+        {"tavik_error_code", done(tavik_error_code)},
+        {"tavik_error_message",
+         [] {
+             char *message = tavik_error_message(); // of the version that main asked for
+             return static_cast<void *>(message);
+         },
+         Without::null},
+        {"tavik_error_options",
+         done([] { tavik_error_options(TAVIK_ERROR_MSG_PATH, text, TAVIK_ERROR_MSG_NAME, text, 0); }),
+         Without::error, 2},
+        {"tavik_error_type", done(tavik_error_type)},
+        {"tavik_f_aligned_malloc", [] { return tavik_f_aligned_malloc(3, 5); }, Without::null},
+        {"tavik_f_machine", done([] { tavik_f_machine(4); })},
+        {"tavik_f_omp_roundup", done([] { tavik_f_omp_roundup(9); })},
+        {"tavik_f_simple_statistics", [] { return tavik_f_simple_statistics(3, 2, f, 0); }},
+        {"tavik_f_simple_statistics",
+         [] {
+             return tavik_f_simple_statistics(3, 1, f, TAVIK_X_COL_DIM, 2, TAVIK_MEDIAN_AND_SCALE,
+                                              TAVIK_FREQUENCIES, f_mass, TAVIK_WEIGHTS, f_mass,
+                                              TAVIK_MISSING_LISTWISE, 0);
+         }},
+        {"tavik_f_simple_statistics",
+         [] {
+             return in_stages([](int ido) { return tavik_f_simple_statistics(3, 2, f, TAVIK_IDO, ido, 0); });
+         }},
+        {"tavik_fopen",
+         [] {
+             if (FILE *file = tavik_fopen("/dev/null", "r")) tavik_fclose(file);
+             return no_result;
+         },
+         Without::null},
+        {"tavik_fclose", done([] {})}, // with tavik_fopen
+        {"tavik_free", done([] { tavik_free(nullptr); })},
+        {"tavik_i_aligned_malloc", [] { return tavik_i_aligned_malloc(3, 5); }, Without::null},
+        {"tavik_i_machine", done([] { tavik_i_machine(4); })},
+        {"tavik_i_omp_roundup", done([] { tavik_i_omp_roundup(9); })},
+        {"tavik_initialize", done(tavik_initialize)},
+        {"tavik_initialize_error_handler", done(tavik_initialize_error_handler)},
+        {"tavik_internal_generate_error", done([] { tavik_internal_generate_error(1, 3); })},
+        {"tavik_malloc_internal", [] { return tavik_malloc_internal(100); }, Without::null},
+        {"tavik_malloc_option", done([] { tavik_malloc_option(1, 2); })},
+        {"tavik_omp_options", done([] { tavik_omp_options(TAVIK_GET_FUNCTIONS_THREAD_SAFE, &number, 0); })},
+        {"tavik_output_file", done([] { tavik_output_file(TAVIK_SET_OUTPUT_FILE, stdout, 0); })},
+        {"tavik_page", done([] { tavik_page(1, &number); })},
+        {"tavik_set_at_checksum", done([] { tavik_set_at_checksum(nullptr); })},
+        {"tavik_set_user_fcn_return_flag", done([] { tavik_set_user_fcn_return_flag(1); })},
+        {"tavik_signal_trap_status", done(tavik_signal_trap_status)},
+        {"tavik_skip_signal_handler", done(tavik_skip_signal_handler)},
+        {"tavik_version", [] { return tavik_version(TAVIK_LIBRARY_VERSION); }},
+    };
+    return all;
+}
+
+// These give memory back and need none.
+const std::set<std::string> only_release = {"tavik_free_allocated_memory", "tavik_free_error_handlers"};
+
+struct Sweep : testing::Test {
+    Sweep()
+    {
+        omp_set_num_threads(1);
+        for (int type : {4, 5}) tavik_error_options(TAVIK_SET_STOP, type, 0, TAVIK_SET_PRINT, type, 0, 0);
+        tavik_error_options(TAVIK_SET_PRINT, 6, 0, 0);
+        tavik_free(tavik_version(-1)); // opens the message file, and leaves an error to ask for
+    }
+};
+
+TEST_F(Sweep, EveryAllocationOfEveryRoutineMayFail)
+{
+    for (const Case &c : cases()) {
+        SCOPED_TRACE(c.routine);
+        const auto before = [&] {
+            tavik_free(c.routine == "tavik_error_message" ? tavik_version(-1) : nullptr);
+        };
+        before();
+        tavik_free(c.run()); // warm: what a first call sets up for good is not in question here
+        constexpr long far_more_than_any_needs = 1000;
+        for (long k = 1;; ++k) {
+            ASSERT_LT(k, far_more_than_any_needs);
+            before();
+            failing_malloc::arm(k);
+            void *result = c.run();
+            const bool failed = failing_malloc::disarm();
+            if (failed) {
+                EXPECT_EQ(result, nullptr) << "allocation " << k;
+                if (c.memory == Without::error) {
+                    EXPECT_EQ(tavik_error_type(), 5) << "allocation " << k;
+                    EXPECT_THAT(tavik_error_code(), testing::AnyOf(200, 201)) << "allocation " << k;
+                }
+            }
+            tavik_free(result);
+            EXPECT_LE(failing_malloc::live_blocks(), c.keeps) << "allocation " << k;
+            if (!failed) break;
+        }
+    }
+}
+
+TEST_F(Sweep, HasEveryPublicRoutine)
+{
+    std::set<std::string> swept = only_release, names;
+    for (const Case &c : cases()) swept.insert(c.routine);
+    std::ifstream map(VERSION_MAP);
+    for (std::string word; map >> word && word != "local:";) {
+        if (word.rfind("tavik_", 0) == 0) names.insert(word.substr(0, word.size() - 1));
+    }
+    EXPECT_EQ(swept, names);
+}
+
+TEST_F(Sweep, AThreadWithoutMemoryForItsStateStopsTheProcess)
+{
+    const auto first_call_without_memory = [](long k) {
+        std::thread([=] {
+            failing_malloc::arm(k);
+            tavik_initialize();
+        }).join();
+    };
+    for (long k : {1, 2, 3}) {
+        SCOPED_TRACE(k);
+        EXPECT_EXIT(first_call_without_memory(k), testing::ExitedWithCode(5),
+                    "TERMINAL Error from TAVI Kestrel.  Out of Memory. The TAVI");
+    }
+    std::thread([] {
+        failing_malloc::arm(1);
+        EXPECT_EQ(tavik_initialize_error_handler(), 1);
+        EXPECT_TRUE(failing_malloc::disarm());
+        EXPECT_EQ(tavik_initialize_error_handler(), 0);
+    }).join();
+}
+
+TEST_F(Sweep, AMessageThatCannotGrowStopsTheProcess)
+{
+    const std::string longer_than_the_buffer(100000, 'a');
+    EXPECT_EXIT(
+        {
+            tavik_e1psh("long");
+            tavik_e1stl(1, longer_than_the_buffer.c_str());
+            failing_malloc::arm(1);
+            tavik_e1mes(1, 4, "%(s1)");
+            exit(1); // not reached
+        },
+        testing::ExitedWithCode(5), "Out of memory in error handler");
+}
+
+} // namespace
