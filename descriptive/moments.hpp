@@ -56,6 +56,13 @@ constexpr std::int64_t rows_per_block(std::int64_t n_variables)
     return rows;
 }
 
+// Blocks that a thread reads in a row before it joins them: enough that taking turns costs nothing, and that
+// what a thread fetches ahead is nearly always its own.
+constexpr std::int64_t blocks_per_piece(std::int64_t n_variables)
+{
+    return n_variables <= 256 ? 8 : 1;
+}
+
 // All kernels, compiled for one instruction level. They allocate nothing and know no error.
 struct MomentKernels {
     // Moments of `rows` rows at a distance of `stride` elements, each value with frequency and weight 1. A

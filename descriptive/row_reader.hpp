@@ -81,13 +81,15 @@ public:
     bool prepare(const Rows<Real> &rows, Workspace &workspace)
     {
         rows_ = &rows;
-        most_rows_ = static_cast<std::size_t>(rows_per_block(static_cast<std::int64_t>(rows.n_variables)));
-        block_ = {workspace.array<double>(moments_size(rows.n_variables), "n_variables"),
-                  padded_size(rows.n_variables)};
+        const auto p = static_cast<std::int64_t>(rows.n_variables);
+        most_rows_ = static_cast<std::size_t>(rows_per_block(p));
+        const std::size_t size =
+            static_cast<std::size_t>(blocks_per_piece(p)) * moments_size(rows.n_variables);
+        blocks_ = workspace.array<double>(size, "n_variables");
         scratch_ = workspace.array<double>(block_scratch_size(rows.n_variables), "n_variables");
         value_ = workspace.array<double>(most_rows_);
-        if (block_.data == nullptr || scratch_ == nullptr || value_ == nullptr) return false;
-        std::fill_n(block_.data, moments_size(rows.n_variables), 0.0); // the padding, too
+        if (blocks_ == nullptr || scratch_ == nullptr || value_ == nullptr) return false;
+        std::fill_n(blocks_, size, 0.0); // the padding, too
         packs_ = rows.n_variables <= most_grouped_variables && rows.stride != rows.n_variables;
         if (packs_) packed_ = workspace.array<Real>(most_rows_ * rows.n_variables);
         selects_ = rows.has_masses() || rows.listwise;
@@ -100,13 +102,19 @@ public:
         return !fatal_pending();
     }
 
-    // Moments of `count` rows from `first` on.
-    const Moments &read(std::int64_t first, std::int64_t count)
+    // Moments of a piece, block by block: `count` rows from `first` on, as block `block` of the piece.
+    void read(std::int64_t first, std::int64_t count, std::int64_t block)
     {
+        block_ = moments_of(block);
         const Real *x = rows_->x + static_cast<std::size_t>(first) * rows_->stride;
         if (selects_) read_selected(first, count, x);
         else read_all(count, x);
-        return block_;
+    }
+
+    Moments moments_of(std::int64_t block) const
+    {
+        return {blocks_ + static_cast<std::size_t>(block) * moments_size(rows_->n_variables),
+                padded_size(rows_->n_variables)};
     }
 
     bool met_missing() const
@@ -197,7 +205,8 @@ private:
     const Rows<Real> *rows_ = nullptr;
     std::size_t most_rows_ = 0;
     bool packs_ = false, selects_ = false, met_missing_ = false;
-    Moments block_{};
+    double *blocks_ = nullptr; // moments of the blocks of a piece
+    Moments block_{};          // those of the block that is read
     double *scratch_ = nullptr;
     Real *packed_ = nullptr;
     std::size_t *row_ = nullptr;                      // offsets of the rows that are used,

@@ -5,6 +5,9 @@
 #include "frame/thread_exit.hpp"
 #include "moments.hpp"
 
+#include <algorithm>
+#include <climits>
+
 namespace tavik::descriptive {
 
 struct Series {
@@ -39,7 +42,7 @@ inline Moments open_series(Series &series, int n_variables)
     if (release_at_thread_exit(series.at_thread_exit))
         series.moments = {static_cast<double *>(tavik_aligned_malloc(size * sizeof(double))), padded_size(p)};
     if (series.moments.data == nullptr) {
-        tavik_e1sti(1, n_variables);
+        tavik_e1sti(1, static_cast<int>(std::min<std::size_t>(size, INT_MAX)));
         tavik_e1stl(1, "n_variables");
         tavik_ermes(terminal, 201);
     }

@@ -108,23 +108,27 @@ bool accumulate(const Rows<Real> &rows, bool staged, const Moments &moments, Wor
     if (!check_masses(rows, staged)) return false;
 
     constexpr std::int64_t least_values_per_thread = 1 << 15;
-    const std::int64_t block = rows_per_block(static_cast<std::int64_t>(rows.n_variables));
-    const std::int64_t values = rows.n * static_cast<std::int64_t>(rows.n_variables);
-    const int threads =
-        thread_count(std::min((rows.n + block - 1) / block, values / least_values_per_thread));
+    const auto p = static_cast<std::int64_t>(rows.n_variables);
+    const std::int64_t block = rows_per_block(p), piece = block * blocks_per_piece(p);
+    const std::int64_t n_pieces = (rows.n + piece - 1) / piece;
+    const int threads = thread_count(std::min(n_pieces, rows.n * p / least_values_per_thread));
     auto *readers = workspace.array<RowReader<Real>>(static_cast<std::size_t>(threads));
     if (readers == nullptr) return false;
     for (int t = 0; t < threads; ++t) {
         if (!(new (readers + t) RowReader<Real>)->prepare(rows, workspace)) return false;
     }
 
-    OrderedPieces blocks((rows.n + block - 1) / block);
+    OrderedPieces pieces(n_pieces);
     parallel(threads, [&](int thread) {
-        for (std::int64_t b = blocks.take(); b >= 0; b = blocks.take()) {
-            const Moments &own = readers[thread].read(b * block, std::min(block, rows.n - b * block));
-            blocks.wait_for_turn(b);
-            moment_kernels().merge(moments, own);
-            blocks.pass_turn(b);
+        RowReader<Real> &reader = readers[thread];
+        for (std::int64_t k = pieces.take(); k >= 0; k = pieces.take()) {
+            const std::int64_t first = k * piece, end = std::min(first + piece, rows.n);
+            for (std::int64_t row = first; row < end; row += block)
+                reader.read(row, std::min(block, end - row), (row - first) / block);
+            pieces.wait_for_turn(k);
+            for (std::int64_t row = first; row < end; row += block)
+                moment_kernels().merge(moments, reader.moments_of((row - first) / block));
+            pieces.pass_turn(k);
         }
     });
 
@@ -149,8 +153,8 @@ template <class Real> struct Medians {
         const int threads = thread_count(static_cast<std::int64_t>(rows.n_variables));
         center = workspace.array<Real>(rows.n_variables, "n_variables");
         deviation = workspace.array<Real>(rows.n_variables, "n_variables");
-        auto *columns = workspace.array<Real>(n * static_cast<std::size_t>(threads), "n_observations");
-        auto *used = workspace.array<unsigned char>(n, "n_observations");
+        auto *columns = workspace.array<Real>(n * static_cast<std::size_t>(threads));
+        auto *used = workspace.array<unsigned char>(n);
         if (center == nullptr || deviation == nullptr || columns == nullptr || used == nullptr) return false;
         for (std::int64_t i = 0; i < rows.n; ++i) used[i] = use_of_row(rows, i) == RowUse::used;
 
