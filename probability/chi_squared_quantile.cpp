@@ -1,8 +1,9 @@
 // Chi-squared quantile: twice the x of P(a, x) = p, a = half the degrees of freedom. Three regimes: an
 // asymptotic inversion for large a, the power series for small x (which alone survives tiny a), and between
-// them one Halley step in long double from the inverse of Boost.Math in double. Measured against 60-digit
-// arithmetic, degrees of freedom from 1e-300 to 1e300 and every kind of p: 0.01 units in the last place of
-// double before the result is rounded.
+// them one or two Halley steps in long double on the incomplete gamma function of Boost.Math. Against
+// 60-digit arithmetic, degrees of freedom from 1e-18 to 1e300 and p from 2^-1074 to 1 - 2^-53, the error
+// before the result is rounded stays below 0.01 units in the last place of double, so the largest found is
+// 0.501 there and 0.500 in float.
 #include "probability/chi_squared_quantile.hpp"
 
 #include "probability/normal_quantile.hpp"
@@ -55,9 +56,9 @@ Wide x_of_lower_tail(Wide a, Wide leading)
 }
 
 // The side of smaller probability is solved for, which keeps the problem well conditioned. The start is held
-// between bounds that are certain: the leading term, and the median's bound or B. Laurent and P. Massart,
-// Adaptive estimation of a quadratic functional by model selection, Ann. Statist. 28 (2000), 1302-1338,
-// lemma 1.
+// between certain bounds: the leading term below; above, a (which exceeds the median) or lemma 1 of B.
+// Laurent and P. Massart, Adaptive estimation of a quadratic functional by model selection, Ann. Statist. 28
+// (2000).
 Wide x_of_middle(Wide p, Wide a, Wide leading)
 {
     const bool lower = p < 0.5L;

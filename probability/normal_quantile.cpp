@@ -1,7 +1,7 @@
 // Normal quantile: -sqrt(2) erfc^-1(2p), by the rational approximations of Boost.Math for a 64-bit
 // significand. One formula serves all p: erfc^-1 works with 1 - 2p near the middle and 2 - 2p in the upper
-// tail, both exact in long double. Measured over p in [2^-1074, 1 - 2^-53]: 0.003 units in the last place of
-// double before rounding, so double and float results are correctly rounded but for one in some hundred.
+// tail, both exact in long double. Against 50-digit arithmetic, p from 2^-1074 to 1 - 2^-53, the largest
+// error found is 0.501 units in the last place of double and 0.500 of float.
 #include "probability/normal_quantile.hpp"
 
 #include "probability/quantile_solver.hpp"

@@ -6,6 +6,7 @@
 #include <boost/math/policies/policy.hpp>
 #include <boost/math/special_functions/gamma.hpp>
 #include <cmath>
+#include <cstddef>
 #include <limits>
 
 namespace tavik::probability {
@@ -13,7 +14,7 @@ namespace tavik::probability {
 using Wide = long double;
 static_assert(std::numeric_limits<Wide>::digits >= 64, "accuracy below is stated for this significand");
 
-// No evaluation throws, sets errno or stops on its own: a quantile has nobody to tell.
+// Every error of Boost.Math gives a value and never throws: the quantiles are noexcept.
 namespace quiet {
 using namespace boost::math::policies;
 using Policy =
@@ -27,8 +28,8 @@ using QuietPolicy = quiet::Policy;
 // .cpp files cut them, are then exact to the last bits of Wide down to p = 2^-1074.
 constexpr Wide many_degrees_of_freedom = 1e5L;
 
-// From here on the same series start the solver better, and at subnormal p far faster, than Boost.Math's
-// inverses.
+// From here on the same series start the solver; below, Boost.Math's inverses in double do, which lose their
+// digits and much time when p is subnormal.
 constexpr Wide some_degrees_of_freedom = 500;
 
 // Below this argument the power series about 0 are short, and log F is nearly a straight line in log x.

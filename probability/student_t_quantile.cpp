@@ -1,8 +1,9 @@
 // Student t quantile. With nu degrees of freedom and a = nu/2, P(|T| > t) = I_x(a, 1/2), x = nu / (nu + t^2);
 // the unknown is the odds t^2 / nu = (1 - x) / x. Three regimes: an asymptotic inversion for large nu, the
-// power series for small x (which alone survives tiny nu), and between them one Halley step in long double
-// from the inverse of Boost.Math in double. Measured against 50-digit arithmetic, nu from 1e-300 to 1e300 and
-// every kind of p: 0.01 units in the last place of double before the result is rounded.
+// power series for small x (which alone survives tiny nu), and between them one or two Halley steps in long
+// double on the incomplete beta function of Boost.Math. Against 50-digit arithmetic, nu from 1e-18 to 1e300
+// and p from 2^-1074 to 1 - 2^-53, the error before the result is rounded stays below 0.01 units in the last
+// place of double, so the largest found is 0.501 there and 0.500 in float.
 #include "probability/student_t_quantile.hpp"
 
 #include "probability/normal_quantile.hpp"
@@ -45,6 +46,8 @@ Wide odds_of_far_tail(Wide a, Wide leading)
     return (1 - x) / x;
 }
 
+// Boost.Math's inverse in double is no start about the median: for 4 and 6 degrees of freedom it is wrong by
+// powers of ten there.
 Wide odds_to_start(Wide p, Wide central, Wide tail, Wide a, Wide beta)
 {
     if (2 * a >= some_degrees_of_freedom) return odds_of_nearly_normal(p, 2 * a);
