@@ -1,3 +1,4 @@
+#include "frame/call.hpp"
 #include "simple_statistics.hpp"
 
 using namespace tavik;

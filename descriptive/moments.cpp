@@ -23,12 +23,12 @@ void reset_moments(const Moments &total, std::size_t n_variables)
 void set_extraordinary_moments(const double *x, const double *mass, std::size_t n, const Moments &block,
                                std::size_t j)
 {
-    double total = 0, squares = 0, infinite_sum = 0, low = not_a_number<double>, high = not_a_number<double>;
+    double total = 0, pairs = 0, infinite_sum = 0, low = not_a_number<double>, high = not_a_number<double>;
     bool infinite = false;
     for (std::size_t i = 0; i < n; ++i) {
         const double m = mass != nullptr ? mass[i] : 1;
+        pairs += 2 * m * total;
         total += m;
-        squares += m * m;
         low = low <= x[i] ? low : x[i];
         high = high >= x[i] ? high : x[i];
         if (m > 0 && std::isinf(x[i])) {
@@ -54,7 +54,7 @@ void set_extraordinary_moments(const double *x, const double *mass, std::size_t 
         }
     }
     block[Moments::mass][j] = total;
-    block[Moments::mass_squares][j] = squares;
+    block[Moments::divisor][j] = total > 0 ? pairs / total : 0;
     block[Moments::mean][j] = mean;
     block[Moments::mean_low][j] = 0;
     block[Moments::m2][j] = p2;

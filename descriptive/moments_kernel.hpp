@@ -8,8 +8,7 @@ namespace {
 
 using V = double __attribute__((vector_size(lanes * sizeof(double))));
 using VMask = long long __attribute__((vector_size(lanes * sizeof(double))));
-using VUnaligned = double __attribute__((vector_size(lanes * sizeof(double)), aligned(8), may_alias));
-using F4Unaligned = float __attribute__((vector_size(lanes * sizeof(float)), aligned(4), may_alias));
+using F4 = float __attribute__((vector_size(lanes * sizeof(float))));
 
 constexpr double infinite = __builtin_inf();
 constexpr int second_level = 2; // of cache: a panel and its successor do not both fit the first
@@ -17,17 +16,21 @@ constexpr double undefined = __builtin_nan("");
 
 inline V load(const double *x)
 {
-    return *reinterpret_cast<const VUnaligned *>(x);
+    V v;
+    __builtin_memcpy(&v, x, sizeof v);
+    return v;
 }
 
 inline V load(const float *x)
 {
-    return __builtin_convertvector(*reinterpret_cast<const F4Unaligned *>(x), V);
+    F4 v;
+    __builtin_memcpy(&v, x, sizeof v);
+    return __builtin_convertvector(v, V);
 }
 
 inline void store(double *to, V v)
 {
-    *reinterpret_cast<VUnaligned *>(to) = v;
+    __builtin_memcpy(to, &v, sizeof v);
 }
 
 inline V broadcast(double value)
@@ -117,9 +120,9 @@ inline void clear(const PowerSums &sums, std::size_t slots)
     }
 }
 
-// The shift of a column is the mean of the first sixteenth of its rows. A part of that size cannot have its
-// mean more than sqrt(15) standard deviations from the mean of the whole, which bounds what the conversion to
-// central moments can lose, whatever the data.
+// The shift of a column is the mean of the first sixteenth of its rows. A part f of the rows cannot have its mean more than
+// sqrt((1 - f) / f) standard deviations from the mean of the whole. With f at least 1/32, the least that rounding down to
+// whole rows leaves, that bounds what the conversion to central moments can lose, whatever the data.
 inline std::int64_t leading_rows(std::int64_t rows)
 {
     return rows < 32 ? 1 : rows / 16;
@@ -161,7 +164,8 @@ inline void set_moments(const Moments &block, std::size_t j, double d, double s2
 
 inline void set_unit_masses(const Moments &block, std::size_t j, double rows)
 {
-    block[Moments::count][j] = block[Moments::mass][j] = block[Moments::mass_squares][j] = rows;
+    block[Moments::count][j] = block[Moments::mass][j] = rows;
+    block[Moments::divisor][j] = rows - 1;
 }
 
 // Many variables: a slot a variable.
@@ -254,55 +258,69 @@ inline double sum_lanes(V v)
 
 void weighted_moments(const double *x, const double *mass, std::size_t n, const Moments &block, std::size_t j)
 {
-    const double shift = n > 0 ? x[0] : 0;
-    V masses = broadcast(0), squares = broadcast(0), sums = broadcast(0);
+    // The first sweep gives mass, extremes and a mean about the first value that has mass: one without any must not cost
+    // the others their digits.
+    std::size_t first = 0;
+    while (first + 1 < n && !(mass[first] > 0)) ++first;
+    const double shift = x[first];
+    V masses = broadcast(0), pairs = broadcast(0), sums = broadcast(0);
     V lows = broadcast(infinite), highs = broadcast(-infinite);
     const std::size_t whole = n / lanes * lanes;
     for (std::size_t i = 0; i < whole; i += lanes) {
         const V v = load(x + i), m = load(mass + i);
+        pairs += m * masses;
         masses += m;
-        squares += m * m;
         sums += m * (v - shift);
         lows = v < lows ? v : lows;
         highs = v > highs ? v : highs;
     }
-    double total = sum_lanes(masses), square = sum_lanes(squares), sum = sum_lanes(sums);
-    double low = infinite, high = -infinite;
+    double total = 0, pair = 0, sum = sum_lanes(sums), low = infinite, high = -infinite;
     for (std::size_t k = 0; k < lanes; ++k) {
+        pair += pairs[k] + total * masses[k];
+        total += masses[k];
         low = lows[k] < low ? lows[k] : low;
         high = highs[k] > high ? highs[k] : high;
     }
     for (std::size_t i = whole; i < n; ++i) {
+        pair += mass[i] * total;
         total += mass[i];
-        square += mass[i] * mass[i];
         sum += mass[i] * (x[i] - shift);
         low = x[i] < low ? x[i] : low;
         high = x[i] > high ? x[i] : high;
     }
     block[Moments::mass][j] = total;
-    block[Moments::mass_squares][j] = square;
+    block[Moments::divisor][j] = total > 0 ? 2 * (pair / total) : 0;
     block[Moments::minimum][j] = low;
     block[Moments::maximum][j] = high;
-    if (total > 0) set_mean(block, j, shift, sum, total);
-    else block[Moments::mean][j] = block[Moments::mean_low][j] = 0;
+    const double center = total > 0 ? shift + sum / total : 0;
 
-    const double center = block[Moments::mean][j];
-    V p2 = broadcast(0), p3 = broadcast(0), p4 = broadcast(0);
+    // The second sweep takes powers about that mean, the first one among them: what the first sweep's mean lacks, should
+    // its shift have been an outlier of little mass, the set-up of the moments makes good.
+    V p1 = broadcast(0), p2 = broadcast(0), p3 = broadcast(0), p4 = broadcast(0);
     for (std::size_t i = 0; i < whole; i += lanes) {
         const V d = load(x + i) - center, d2 = d * d, m = load(mass + i);
         const V md2 = m * d2;
+        p1 += m * d;
         p2 += md2;
         p3 += md2 * d;
         p4 += md2 * d2;
     }
-    double q2 = sum_lanes(p2), q3 = sum_lanes(p3), q4 = sum_lanes(p4);
+    double q1 = sum_lanes(p1), q2 = sum_lanes(p2), q3 = sum_lanes(p3), q4 = sum_lanes(p4);
     for (std::size_t i = whole; i < n; ++i) {
         const double d = x[i] - center, d2 = d * d, md2 = mass[i] * d2;
+        q1 += mass[i] * d;
         q2 += md2;
         q3 += md2 * d;
         q4 += md2 * d2;
     }
-    set_moments(block, j, block[Moments::mean_low][j], q2, q3, q4, total);
+    if (total > 0) {
+        set_mean(block, j, center, q1, total);
+        set_moments(block, j, q1 / total, q2, q3, q4, total);
+    } else {
+        constexpr Moments::Field without_mass[] = {Moments::mean, Moments::mean_low, Moments::m2, Moments::m3,
+                                                   Moments::m4};
+        for (Moments::Field field : without_mass) block[field][j] = 0;
+    }
 }
 
 inline V absolute(V v)
@@ -324,7 +342,6 @@ void merge_moments(const Moments &total, const Moments &block)
         const auto set = [&](Moments::Field field, V v) { store(total[field] + j, v); };
 
         set(Moments::count, of_total(Moments::count) + of_block(Moments::count));
-        set(Moments::mass_squares, of_total(Moments::mass_squares) + of_block(Moments::mass_squares));
         const V low = of_block(Moments::minimum), high = of_block(Moments::maximum);
         const V old_low = of_total(Moments::minimum), old_high = of_total(Moments::maximum);
         // The minimum and maximum of no value are NaN, which the first value replaces.
@@ -334,8 +351,10 @@ void merge_moments(const Moments &total, const Moments &block)
         const V wa = of_total(Moments::mass), wb = of_block(Moments::mass), w = wa + wb;
         set(Moments::mass, w);
         const VMask a_empty = wa == zero, b_empty = wb == zero;
-        const V divisor = w == zero ? broadcast(1) : w;
-        const V ra = wa / divisor, rb = wb / divisor;
+        const V not_zero = w == zero ? broadcast(1) : w;
+        const V ra = wa / not_zero, rb = wb / not_zero;
+        set(Moments::divisor,
+            ra * of_total(Moments::divisor) + rb * of_block(Moments::divisor) + 2 * wa * rb);
 
         const V ma = of_total(Moments::mean), mb = of_block(Moments::mean);
         const V la = of_total(Moments::mean_low), lb = of_block(Moments::mean_low);

@@ -8,6 +8,7 @@
 #include "frame/precision.hpp"
 #include "frame/workspace.hpp"
 
+#include <algorithm>
 #include <cstring>
 
 namespace tavik::descriptive {
@@ -67,7 +68,7 @@ template <class Real> bool check_masses(const Rows<Real> &rows, bool staged)
             static_cast<int>(rows.n_variables) + 1 + (is_weight && rows.frequencies != nullptr);
         tavik_e1sti(1, column);
         tavik_e1std(1, is_weight ? w : f);
-        if (staged) tavik_e1sti(2, static_cast<int>(row + 1));
+        tavik_e1sti(2, static_cast<int>(row + 1));
         tavik_ermes(fatal, staged ? 11054 : 11055);
         return false;
     }
@@ -107,8 +108,9 @@ public:
     {
         block_ = moments_of(block);
         const Real *x = rows_->x + static_cast<std::size_t>(first) * rows_->stride;
+        if (!rows_->has_masses() && read_whole(count, x)) return;
         if (selects_) read_selected(first, count, x);
-        else read_all(count, x);
+        else read_present(count, x);
     }
 
     Moments moments_of(std::int64_t block) const
@@ -135,14 +137,20 @@ private:
         moment_kernels().block_d(x, rows, stride, p, scratch, block);
     }
 
-    // Every row has mass 1. The fast kernel takes the block whole; the variables that it cannot do are done
-    // one by one.
-    void read_all(std::int64_t count, const Real *x)
+    // Every row has mass 1: the fast kernel takes the block whole. False when it met values that are not finite.
+    bool read_whole(std::int64_t count, const Real *x)
     {
         const std::size_t p = rows_->n_variables;
         const Real *source = packs_ ? pack(count, x) : x;
         call_block(source, count, packs_ ? p : rows_->stride, p, scratch_, block_);
-        for (std::size_t j = 0; j < p; ++j) {
+        const double *mean = block_[Moments::mean];
+        return std::all_of(mean, mean + p, [](double m) { return std::isfinite(m); });
+    }
+
+    // Behind read_whole: the variables that it could not do are done one by one from their values that are present.
+    void read_present(std::int64_t count, const Real *x)
+    {
+        for (std::size_t j = 0; j < rows_->n_variables; ++j) {
             if (std::isfinite(block_[Moments::mean][j])) continue;
             std::size_t n = 0;
             for (std::int64_t i = 0; i < count; ++i) {

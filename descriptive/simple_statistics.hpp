@@ -50,7 +50,7 @@ template <class Real> bool read_options(OptionReader reader, SimpleStatisticsOpt
     return !error_pending();
 }
 
-template <class Real> void check_level(Real level, long code)
+template <class Real> void check_or_raise(Real level, long code)
 {
     if (level < 100) return; // a NaN level is an error, too
     tavik_e1std(1, static_cast<double>(level));
@@ -74,8 +74,8 @@ bool check_arguments(int n_observations, int n_variables, const Real *x,
         tavik_e1sti(1, options.ido);
         tavik_ermes(terminal, 11426);
     }
-    check_level(options.mean_level, 11064);
-    check_level(options.variance_level, 11065);
+    check_or_raise(options.mean_level, 11064);
+    check_or_raise(options.variance_level, 11065);
     if (n_observations > 0) check_not_null(x, "x");
     return !error_pending();
 }
@@ -91,6 +91,7 @@ inline bool check_stage(int ido, int n_variables, bool series_open, const Series
         tavik_ermes(fatal, 20691);
     } else if (ido >= 2 && series.n_variables != n_variables) {
         tavik_e1sti(1, n_variables);
+        tavik_e1sti(2, series.n_variables);
         tavik_ermes(fatal, 11428);
     }
     return !error_pending();
@@ -107,11 +108,10 @@ bool accumulate(const Rows<Real> &rows, bool staged, const Moments &moments, Wor
     if (rows.n == 0) return true;
     if (!check_masses(rows, staged)) return false;
 
-    constexpr std::int64_t least_values_per_thread = 1 << 15;
     const auto p = static_cast<std::int64_t>(rows.n_variables);
     const std::int64_t block = rows_per_block(p), piece = block * blocks_per_piece(p);
     const std::int64_t n_pieces = (rows.n + piece - 1) / piece;
-    const int threads = thread_count(std::min(n_pieces, rows.n * p / least_values_per_thread));
+    const int threads = thread_count(n_pieces, rows.n * p);
     auto *readers = workspace.array<RowReader<Real>>(static_cast<std::size_t>(threads));
     if (readers == nullptr) return false;
     for (int t = 0; t < threads; ++t) {
@@ -150,22 +150,24 @@ template <class Real> struct Medians {
     {
         if (wanted == MedianRows::none) return true;
         const auto n = static_cast<std::size_t>(rows.n);
-        const int threads = thread_count(static_cast<std::int64_t>(rows.n_variables));
+        const auto p = static_cast<std::int64_t>(rows.n_variables);
+        const int threads = thread_count(p, rows.n * p);
         center = workspace.array<Real>(rows.n_variables, "n_variables");
         deviation = workspace.array<Real>(rows.n_variables, "n_variables");
         auto *columns = workspace.array<Real>(n * static_cast<std::size_t>(threads));
-        auto *used = workspace.array<unsigned char>(n);
-        if (center == nullptr || deviation == nullptr || columns == nullptr || used == nullptr) return false;
-        for (std::int64_t i = 0; i < rows.n; ++i) used[i] = use_of_row(rows, i) == RowUse::used;
+        const bool selects = rows.has_masses() || rows.listwise;
+        auto *used = selects ? workspace.array<unsigned char>(n) : nullptr; // null: all rows
+        if (center == nullptr || deviation == nullptr || columns == nullptr || fatal_pending()) return false;
+        for (std::int64_t i = 0; selects && i < rows.n; ++i) used[i] = use_of_row(rows, i) == RowUse::used;
 
-        OrderedPieces variables(static_cast<std::int64_t>(rows.n_variables));
+        OrderedPieces variables(p);
         parallel(threads, [&](int thread) {
             Real *column = columns + static_cast<std::size_t>(thread) * n;
             for (std::int64_t j = variables.take(); j >= 0; j = variables.take()) {
                 std::int64_t count = 0;
                 for (std::size_t i = 0; i < n; ++i) {
                     const Real value = rows.x[i * rows.stride + static_cast<std::size_t>(j)];
-                    if (used[i] != 0 && !std::isnan(value)) column[count++] = value;
+                    if ((used == nullptr || used[i] != 0) && !std::isnan(value)) column[count++] = value;
                 }
                 center[j] = median(column, count);
                 if (wanted == MedianRows::median_and_scale)
@@ -184,12 +186,14 @@ void l_simple_statistics(int n_observations, int n_variables, const Real *x, Arg
     options.stat_col_dim = options.x_col_dim = n_variables;
     const bool options_read = read_options(OptionReader(list, count_codes), options);
 
-    // The series counts as closed while the call works, so that whatever ends the call early ends the series.
+    // The series counts as closed while a call works, so that whatever ends the call early ends the series,
+    // too. What a jump left behind goes with the next call.
     Series &series = thread_series<Real>();
     const bool staged = options.ido != 0, series_was_open = series.open;
-    if (staged) series.open = false;
-    if (!options_read || !check_arguments(n_observations, n_variables, x, options)) return;
-    if (!check_stage(options.ido, n_variables, series_was_open, series)) {
+    if (!series_was_open) close_series(series);
+    series.open = false;
+    if (!options_read || !check_arguments(n_observations, n_variables, x, options) ||
+        !check_stage(options.ido, n_variables, series_was_open, series)) {
         close_series(series);
         return;
     }

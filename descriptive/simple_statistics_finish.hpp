@@ -46,11 +46,12 @@ public:
     {
         if (degrees_of_freedom == degrees_of_freedom_) return;
         degrees_of_freedom_ = degrees_of_freedom;
-        const double tail = (1 - variance_ / 100) / 2;
-        if (mean_ > 0) t = probability::student_t_quantile(mean_ / 200 + 0.5, degrees_of_freedom);
+        // Through the tails, since a level near 100 percent leaves no digits of them beside 1.
+        const double mean_tail = (100 - mean_) / 200, variance_tail = (100 - variance_) / 200;
+        if (mean_ > 0) t = -probability::student_t_quantile(mean_tail, degrees_of_freedom);
         if (variance_ > 0) {
-            upper_chi_squared = probability::chi_squared_quantile(1 - tail, degrees_of_freedom);
-            lower_chi_squared = probability::chi_squared_quantile(tail, degrees_of_freedom);
+            upper_chi_squared = probability::chi_squared_upper_quantile(variance_tail, degrees_of_freedom);
+            lower_chi_squared = probability::chi_squared_quantile(variance_tail, degrees_of_freedom);
         }
     }
 
@@ -144,7 +145,7 @@ private:
 
     void set(int row, std::size_t j, double value) const
     {
-        at(row, j) = static_cast<Real>(value);
+        at(row, j) = std::isnan(value) ? not_a_number<Real> : static_cast<Real>(value);
     }
 
     static void warn(long code, std::size_t j)
@@ -168,8 +169,7 @@ private:
             warn(11073, j);
             return 0;
         }
-        const double w = of(Moments::mass, j), q = of(Moments::mass_squares, j);
-        const double variance = weighted_ ? m2 * w / (w * w - q) : m2 / (n - 1);
+        const double variance = m2 / (weighted_ ? of(Moments::divisor, j) : n - 1);
         set(row_variance, j, variance);
         set(row_deviation, j, std::sqrt(variance));
         if (m2 <= 0) warn(11077, j);

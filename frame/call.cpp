@@ -2,18 +2,22 @@
 #include "error.hpp"
 #include "signal.hpp"
 
+#include <cxxabi.h>
 #include <new>
 
 namespace tavik {
 namespace {
 
-// No exception leaves a public call.
+// No exception leaves a public call, but for the one by which a thread is ended in the middle of it.
 void run_worker(WorkerThunk thunk, void *worker, Workspace &workspace)
 {
     try {
         thunk(worker, workspace);
     } catch (const std::bad_alloc &) {
         tavik_ermes(terminal, 200);
+    } catch (abi::__forced_unwind &) {
+        workspace.release();
+        throw;
     } catch (...) {
         tavik_ermes(terminal, 109);
     }
@@ -23,9 +27,13 @@ void run_worker(WorkerThunk thunk, void *worker, Workspace &workspace)
 __attribute__((noinline)) void run_trapped(WorkerThunk thunk, void *worker, Workspace &workspace)
 {
     tavik_error_struct *single = single_error_state();
-    if (single == nullptr || single->jump_count >= jump_levels) {
-        run_worker(thunk, worker,
-                   workspace); // deeper than the trap reaches: the calls above are still guarded
+    if (single != thread_error_state) { // its jump buffers are another thread's
+        tavik_ermes(fatal, 499);
+        return;
+    }
+    // Deeper than the trap reaches, the calls above are still guarded.
+    if (single->jump_count >= jump_levels) {
+        run_worker(thunk, worker, workspace);
         return;
     }
     if (sigsetjmp(single->jumps[single->jump_count++], 1) == 0) {

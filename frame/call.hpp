@@ -14,14 +14,7 @@
 
 #include "workspace.hpp"
 
-#include <cstdarg>
-
 namespace tavik {
-
-// The optional arguments of a public routine. The entry starts and ends the list, the option reader walks it.
-struct ArgumentList {
-    va_list arguments;
-};
 
 using WorkerThunk = void (*)(void *worker, Workspace &workspace);
 

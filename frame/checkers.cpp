@@ -3,10 +3,19 @@
 #include "error.hpp"
 #include "precision.hpp"
 
+#include <algorithm>
+
 namespace tavik {
 namespace {
 
 constexpr int no_upper_bound = -1;
+
+// A lower bound alone, whatever it is: an upper one below it stands for none.
+void check_at_least(int value, const char *name, int lo)
+{
+    int position = 0;
+    tavik_c1iarg(value, name, lo, std::min(no_upper_bound, lo - 1), &position);
+}
 
 void raise_real(int type, long code, const char *name, double x)
 {
@@ -74,7 +83,7 @@ void tavik_c12ile(int value, const char *name, int limit, const char *limit_name
 void tavik_c1ind(int lo, int value, const char *name, int limit, const char *limit_name, int *position)
 {
     int inner = 0;
-    tavik_c1iarg(value, name, lo, lo > no_upper_bound ? no_upper_bound : lo - 1, &inner);
+    check_at_least(value, name, lo);
     if (limit > 0) tavik_c12ile(value, name, limit, limit_name, &inner);
     ++*position;
 }
@@ -84,8 +93,8 @@ void tavik_c1dim(int lo, int value, const char *name, int dimension, const char 
 {
     int inner = 0;
     if (name[0] == '*') ++name;
-    else tavik_c1iarg(value, name, lo, lo > no_upper_bound ? no_upper_bound : lo - 1, &inner);
-    tavik_c1iarg(dimension, dimension_name, 1, no_upper_bound, &inner);
+    else check_at_least(value, name, lo);
+    check_at_least(dimension, dimension_name, 1);
     if (dimension > 0) tavik_c12ile(value, name, dimension, dimension_name, &inner);
     ++*position;
 }

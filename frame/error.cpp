@@ -3,6 +3,7 @@
 // library, except for the immediate types.
 
 #include "error.hpp"
+#include "checkers.hpp"
 #include "error_print.hpp"
 #include "readerr.hpp"
 
@@ -48,10 +49,7 @@ void propagate(tavik_error_struct &state)
 
 void raise_type_range(int lo, int type)
 {
-    tavik_e1sti(1, lo);
-    tavik_e1sti(2, internal_fault);
-    tavik_e1sti(3, type);
-    tavik_e1stl(1, "type");
+    set_range_parameters(lo, internal_fault, type, "type");
     raise_in_level("tavik_e1pos", terminal, 132);
 }
 
@@ -78,15 +76,45 @@ void stop_process(const tavik_error_struct &state)
     std::exit(state.top->type);
 }
 
-void report(tavik_error_struct &state, int type, long code)
+// A procedure of the caller's may call the library. Its calls return to the caller's own level, so they report on their
+// own, and what is being reported is put back behind them.
+template <class Callback> void call_back(tavik_error_struct &state, const Callback &callback)
 {
-    state.settings.print_proc(type, code, state.top->name, state.message);
-    if (state.settings.traceback[type] != 0) print_traceback(state);
+    const RoutineEntry entry = *state.top;
+    const int exit_type = state.exit_type;
+    const long exit_code = state.exit_code;
+    char *message = strdup(state.message), *last_message = strdup(state.last_message);
+    state.top->user_level = 1;
+    callback(message != nullptr ? message : state.message);
+    *state.top = entry;
+    make_current(state, entry);
+    state.exit_type = exit_type;
+    state.exit_code = exit_code;
+    if (message != nullptr && last_message != nullptr) { // the buffers never shrink
+        std::strcpy(state.message, message);
+        std::strcpy(state.last_message, last_message);
+        state.message_end = state.message + std::strlen(state.message);
+    }
+    std::free(message);
+    std::free(last_message);
 }
 
-tavik_error_hook error_hook()
+void tell_hook(tavik_error_struct &state)
 {
-    return hook.load(std::memory_order_acquire);
+    const tavik_error_hook told = hook.load(std::memory_order_acquire);
+    if (told == nullptr) return;
+    const int type = state.top->type;
+    const long code = state.top->code;
+    call_back(state, [=](const char *message) { told(type, code, message, message); });
+}
+
+void report(tavik_error_struct &state, int type, long code)
+{
+    const tavik_print_proc proc = state.settings.print_proc;
+    const char *routine = state.top->name;
+    if (proc == default_print) default_print(type, code, routine, state.message);
+    else call_back(state, [=](const char *message) { proc(type, code, routine, message); });
+    if (state.settings.traceback[type] != 0) print_traceback(state);
 }
 
 void stop_on_stack_overflow(tavik_error_struct &state)
@@ -106,7 +134,7 @@ void leave_with_error(tavik_error_struct &state, const char *name)
 
     const RoutineEntry &top = *state.top;
     if (top.type != no_error && state.top[-1].user_level != 0) {
-        if (tavik_error_hook told = error_hook()) told(top.type, top.code, state.message, state.message);
+        tell_hook(state);
         if (state.message[0] != '\0' && state.settings.print[top.type] != 0)
             report(state, top.type, top.code);
         if (state.settings.stop[top.type] != 0) stop_process(state);
@@ -162,7 +190,7 @@ void tavik_e1mes(int type, long code, const char *message_template)
     }
 
     if (state.settings.immediate[entry.type] != 0) {
-        if (tavik_error_hook told = error_hook()) told(entry.type, entry.code, state.message, state.message);
+        tell_hook(state);
         if (state.settings.print[entry.type] != 0) report(state, entry.type, entry.code);
         clear_message(state);
     }
@@ -206,10 +234,7 @@ int tavik_n1rty(int level)
     const tavik_error_struct &state = error_state();
     if (level == 0) return state.current_type;
     if (level == 1) return state.exit_type;
-    tavik_e1sti(1, 0);
-    tavik_e1sti(2, 1);
-    tavik_e1sti(3, level);
-    tavik_e1stl(1, "level");
+    set_range_parameters(0, 1, level, "level");
     tavik_ermes(internal_fault, 122); // stops the process
     return no_error;
 }

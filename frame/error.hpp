@@ -18,15 +18,16 @@ void clear_message(tavik_error_struct &state);
 // Prints with the thread's print procedure and, if that is set, a traceback.
 void report(tavik_error_struct &state, int type, long code);
 
-tavik_error_hook error_hook();
-
 // The two rare exits of entering and leaving.
 [[noreturn]] void stop_on_stack_overflow(tavik_error_struct &state);
 void leave_with_error(tavik_error_struct &state, const char *name);
 
 inline void enter_routine(tavik_error_struct &state, const char *name)
 {
-    if (state.top == state.stack) clear_message(state);
+    if (state.top == state.stack) {
+        clear_message(state);
+        if (state.counted == 0) count_as_caller(state);
+    }
     if (state.top == state.stack + stack_levels - 1) stop_on_stack_overflow(state);
     *++state.top = RoutineEntry{no_error, 0, 0, 0, 0, name};
     state.current_type = state.exit_type = no_error;

@@ -94,14 +94,26 @@ char *put_sign(char *text, const Conversion &conversion, bool negative)
     return text;
 }
 
+// Of ASCII, whatever the locale.
+void to_upper(char *begin, char *end)
+{
+    for (; begin != end; ++begin) {
+        if (*begin >= 'a' && *begin <= 'z') *begin = static_cast<char>(*begin - 'a' + 'A');
+    }
+}
+
 void append_integer(Message &message, const Conversion &conversion, int value)
 {
     char digits[16], text[1024];
-    const long magnitude = value < 0 ? -static_cast<long>(value) : value;
-    const auto count = std::to_chars(digits, digits + sizeof digits, magnitude).ptr - digits;
-    char *end = put_sign(text, conversion, value < 0);
-    end = std::fill_n(end, std::max<std::ptrdiff_t>(conversion.precision - count, 0), '0');
-    end = std::copy_n(digits, count, end);
+    const char letter = conversion.letter;
+    const bool is_signed = letter == 'd' || letter == 'i', negative = is_signed && value < 0;
+    const unsigned magnitude = negative ? 0U - static_cast<unsigned>(value) : static_cast<unsigned>(value);
+    const int base = letter == 'o' ? 8 : letter == 'x' || letter == 'X' ? 16 : 10;
+    char *digits_end = std::to_chars(digits, digits + sizeof digits, magnitude, base).ptr;
+    if (letter == 'X') to_upper(digits, digits_end);
+    char *end = is_signed ? put_sign(text, conversion, negative) : text;
+    end = std::fill_n(end, std::max<std::ptrdiff_t>(conversion.precision - (digits_end - digits), 0), '0');
+    end = std::copy(digits, digits_end, end);
     append_padded(message, conversion, text, static_cast<std::size_t>(end - text), conversion.precision < 0);
 }
 
@@ -116,11 +128,7 @@ void append_real(Message &message, const Conversion &conversion, double value)
     char *begin = put_sign(text, conversion, std::signbit(value));
     const int precision = conversion.precision < 0 ? 6 : conversion.precision;
     char *end = std::to_chars(begin, text + sizeof text, std::fabs(value), format, precision).ptr;
-    if (upper) {
-        for (char *c = begin; c != end; ++c) {
-            if (*c >= 'a' && *c <= 'z') *c = static_cast<char>(*c - 'a' + 'A');
-        }
-    }
+    if (upper) to_upper(begin, end);
     append_padded(message, conversion, text, static_cast<std::size_t>(end - text), std::isfinite(value));
 }
 
@@ -152,7 +160,10 @@ void append_parameter(Message &message, const MessageParameters &parameters, con
     case ParameterKind::string: append_string(message, conversion, parameters.string[slot]); break;
     case ParameterKind::unknown: return;
     }
-    message.append(conversion.suffix, static_cast<std::size_t>(conversion.suffix_end - conversion.suffix));
+    for (const char *c = conversion.suffix; c != conversion.suffix_end; ++c) {
+        message.append(*c);
+        if (*c == '%') ++c; // of %%
+    }
 }
 
 } // namespace

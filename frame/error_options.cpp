@@ -1,10 +1,12 @@
 // The caller's policy for errors: what is printed, where, by whom, and what ends the process.
 
+#include "call.hpp"
 #include "error_print.hpp"
 #include "options.hpp"
 #include "signal.hpp"
 
 #include <cstdlib>
+#include <type_traits>
 
 using namespace tavik;
 
@@ -26,10 +28,7 @@ Flags &flags_of(ErrorSettings &settings, int code)
 bool check_type(int type)
 {
     if (type >= 1 && type <= 7) return true;
-    tavik_e1sti(1, 1);
-    tavik_e1sti(2, 5); // the types that a caller is meant to set; 6 and 7 are accepted
-    tavik_e1sti(3, type);
-    tavik_e1stl(1, "type");
+    set_range_parameters(1, 5, type, "type"); // those that a caller is meant to set; 6 and 7 are accepted
     tavik_ermes(terminal, 132);
     return false;
 }
@@ -49,13 +48,14 @@ enum class Pass { check, act };
 
 // The options are read twice: once for unknown codes and null pointers, once to act. So a list with such a
 // fault changes nothing, and a list of any length needs no memory.
-bool walk(OptionReader reader, Pass pass)
+bool l_error_options(OptionReader reader, Pass pass)
 {
     tavik_error_struct &state = error_state();
     ErrorSettings &settings = state.settings;
     const bool act = pass == Pass::act;
-    const auto variable = [&]<class T>(T *) {
-        return act ? reader.pointer_or_null<T>() : reader.pointer<T>("value of the option");
+    const auto read_variable = [&](auto *&variable, const char *option) {
+        using Variable = std::remove_reference_t<decltype(*variable)>;
+        variable = act ? reader.pointer_or_null<Variable>() : reader.pointer<Variable>(option);
     };
     while (const int code = reader.next()) {
         switch (code) {
@@ -70,7 +70,8 @@ bool walk(OptionReader reader, Pass pass)
         case TAVIK_GET_STOP:
         case TAVIK_GET_TRACEBACK: {
             const int type = reader.integer();
-            int *flag = variable(static_cast<int *>(nullptr));
+            int *flag = nullptr;
+            read_variable(flag, "The flag of TAVIK_GET_PRINT, TAVIK_GET_STOP or TAVIK_GET_TRACEBACK");
             if (act && check_type(type)) *flag = flags_of(settings, code)[type];
             break;
         }
@@ -80,12 +81,14 @@ bool walk(OptionReader reader, Pass pass)
             break;
         }
         case TAVIK_SET_ERROR_FILE: {
-            FILE *stream = variable(static_cast<FILE *>(nullptr));
+            FILE *stream = nullptr;
+            read_variable(stream, "The stream of TAVIK_SET_ERROR_FILE");
             if (act) tavik_umach(-3, &stream);
             break;
         }
         case TAVIK_GET_ERROR_FILE: {
-            FILE **stream = variable(static_cast<FILE **>(nullptr));
+            FILE **stream = nullptr;
+            read_variable(stream, "The stream of TAVIK_GET_ERROR_FILE");
             if (act) tavik_umach(3, stream);
             break;
         }
@@ -106,7 +109,8 @@ bool walk(OptionReader reader, Pass pass)
             break;
         }
         case TAVIK_ERROR_HANDLER_ID: {
-            int *id = variable(static_cast<int *>(nullptr));
+            int *id = nullptr;
+            read_variable(id, "The variable of TAVIK_ERROR_HANDLER_ID");
             if (act) *id = state.handler_id;
             break;
         }
@@ -124,8 +128,8 @@ extern "C" void tavik_error_options(int code, ...)
     va_start(list.arguments, code);
     va_copy(again.arguments, list.arguments);
     public_call("tavik_error_options", [&](Workspace &) {
-        if (walk(OptionReader(code, list, count_codes), Pass::check))
-            walk(OptionReader(code, again, count_codes), Pass::act);
+        if (l_error_options(OptionReader(code, list, count_codes), Pass::check))
+            l_error_options(OptionReader(code, again, count_codes), Pass::act);
     });
     va_end(again.arguments);
     va_end(list.arguments);

@@ -45,6 +45,8 @@ std::size_t find_last_blank(const char *text, std::size_t length)
     return npos;
 }
 
+// A line ends at a line break of the message, else at the last blank of the allowed width, which begins the
+// next line.
 void print_wrapped(FILE *stream, const char *rest, std::size_t column)
 {
     std::size_t length = std::strlen(rest);
@@ -53,22 +55,22 @@ void print_wrapped(FILE *stream, const char *rest, std::size_t column)
         rest += count;
         length -= count;
     };
-    for (;;) {
+    for (;; start_continuation(stream, column)) {
         const bool fits = length + column <= last_column;
         const std::size_t width = line_width - column;
-        const std::size_t line_break = find_line_break(rest, fits ? length : std::min(width, length));
-        if (line_break != npos) {
+        const std::size_t blank = fits ? npos : find_last_blank(rest, width);
+        const std::size_t piece = fits ? length : blank != npos ? blank : width;
+        if (const std::size_t line_break = find_line_break(rest, piece); line_break != npos) {
             print(line_break);
             ++rest;
             --length;
         } else if (fits) {
             break;
-        } else if (const std::size_t blank = find_last_blank(rest, width); blank != npos) {
+        } else if (blank != npos) {
             print(blank);
         } else if (column == prefix_width) {
             print(width - 1); // of a word that no line can hold
         }
-        start_continuation(stream, column);
     }
     print(length);
 }
@@ -107,6 +109,11 @@ void default_print(int type, long code, const char *, const char *message)
 
 void print_traceback(const tavik_error_struct &state)
 {
+    // Names are looked up before the stream is locked: the reader of messages may have to print, too.
+    auto carrier = state.top - state.stack;
+    while (carrier > 0 && state.stack[carrier].type == no_error) --carrier;
+    const char *code_name = find_message(error_state(), state.stack[carrier].code).name;
+
     FILE *stream = nullptr;
     tavik_umach(3, &stream);
     tavik_flockfile(stream);
@@ -114,20 +121,14 @@ void print_traceback(const tavik_error_struct &state)
                "  Error Type        Error Code              Routine\n"
                "  ----------        ----------              -------\n",
                stream);
-    bool innermost_seen = false;
     for (auto level = state.top - state.stack; level >= 0; --level) {
         const RoutineEntry &entry = state.stack[level];
-        const bool carries_error = !innermost_seen && entry.type != no_error;
-        innermost_seen = innermost_seen || carries_error;
-        const bool listed =
-            state.settings.full_traceback != 0 || level == 0 || state.stack[level - 1].user_level != 0;
-        if (!listed) continue;
-        if (carries_error && entry.user_level == 0) {
-            std::fprintf(stream, traceback_format, "TAVIK_", state.type_names[entry.type],
-                         find_message(error_state(), entry.code).name, entry.name);
-        } else {
-            std::fprintf(stream, traceback_format, "", "", "", entry.name);
-        }
+        if (state.settings.full_traceback == 0 && level > 0 && state.stack[level - 1].user_level == 0)
+            continue;
+        if (level == carrier && entry.type != no_error && entry.user_level == 0)
+            std::fprintf(stream, traceback_format, "TAVIK_", state.type_names[entry.type], code_name,
+                         entry.name);
+        else std::fprintf(stream, traceback_format, "", "", "", entry.name);
     }
     tavik_funlockfile(stream);
 }

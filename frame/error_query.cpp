@@ -9,7 +9,7 @@ using namespace tavik;
 
 namespace {
 
-void l_generate_error(int type, int depth)
+void l_internal_generate_error(int type, int depth)
 {
     static constexpr const char *levels[] = {"l_fcn1", "l_fcn2", "l_fcn3"};
     for (int level = 0; level < depth; ++level) tavik_e1psh(levels[level]);
@@ -48,17 +48,17 @@ void tavik_internal_generate_error(int type, int depth)
 {
     public_call("tavik_internal_generate_error", [=](Workspace &) {
         if (type < 1 || type > 7) {
-            std::fprintf(
-                stderr,
-                "*** Error from tavik_internal_generate_error.  Argument type must be 1 to 7, not %d.\n",
-                type);
+            std::fprintf(stderr,
+                         "*** Error from tavik_internal_generate_error.  Argument type must be 1 to "
+                         "7, not %d.\n",
+                         type);
         } else if (depth < 0 || depth > 3) {
-            std::fprintf(
-                stderr,
-                "*** Error from tavik_internal_generate_error.  Argument depth must be 0 to 3, not %d.\n",
-                depth);
+            std::fprintf(stderr,
+                         "*** Error from tavik_internal_generate_error.  Argument depth must be 0 "
+                         "to 3, not %d.\n",
+                         depth);
         } else {
-            l_generate_error(type, depth);
+            l_internal_generate_error(type, depth);
         }
     });
 }

@@ -2,8 +2,10 @@
 // request. A process that has no memory for it reports that through one static structure and stops.
 
 #include "error_thread.hpp"
+#include "critical.hpp"
 #include "error.hpp"
 #include "error_print.hpp"
+#include "parallel.hpp"
 #include "readerr.hpp"
 #include "signal.hpp"
 #include "thread_exit.hpp"
@@ -60,8 +62,7 @@ void destroy(tavik_error_struct *state)
 {
     std::free(state->message);
     std::free(state->last_message);
-#pragma omp critical(error_4)
-    std::free(state->lookup.record);
+    alone_in(section::error_4, [=] { std::free(state->lookup.record); });
     std::free(state->file_name);
     std::free(state->file_path);
     tavik_aligned_free(state);
@@ -85,13 +86,9 @@ bool make_state(MadeFor purpose)
     if (thread_error_state != nullptr && thread_error_state != &fallback) return true;
     tavik_error_struct *state = allocate_state();
     if (state == nullptr) return false;
-    state->counted = purpose == MadeFor::caller;
-#pragma omp critical(error_0)
-    {
-        if (single.load() == nullptr) single = state;
-        calling_threads += state->counted;
-        if (calling_threads > 1 && tavik_signal_trap_status() != 0) trapping_with_threads = 1;
-    }
+    tavik_error_struct *none = nullptr;
+    single.compare_exchange_strong(none, state);
+    if (purpose == MadeFor::caller) count_as_caller(*state);
     thread_error_state = state;
     return true;
 }
@@ -101,11 +98,10 @@ void release_state()
     tavik_error_struct *state = thread_error_state;
     if (state == nullptr || state == &fallback) return;
     thread_error_state = nullptr;
-#pragma omp critical(error_0)
-    {
+    alone_in(section::error_0, [=] {
         if (single.load() == state) single = nullptr;
         calling_threads -= state->counted;
-    }
+    });
     destroy(state);
 }
 
@@ -120,18 +116,17 @@ void copy_texts(tavik_error_struct &to, const tavik_error_struct &from)
 
 [[noreturn]] void stop_without_state()
 {
-#pragma omp critical(error_1)
-    {
-        if (!fallback_ready) {
-            set_defaults(fallback);
-            fallback.stack[0].type = terminal;
-            fallback.stack[0].name = "TAVI Kestrel";
-            fallback.message = fallback.last_message = out_of_memory_text;
-            fallback.capacity = static_cast<int>(sizeof out_of_memory_text);
-            fallback.message_end = out_of_memory_text + sizeof out_of_memory_text - 1;
-            fallback_ready = true;
-        }
-    }
+    alone_in(section::error_1, [] {
+        if (fallback_ready) return;
+        set_defaults(fallback);
+        fallback.stack[0].type = terminal;
+        fallback.stack[0].name = "TAVI Kestrel";
+        fallback.message = fallback.last_message = out_of_memory_text;
+        fallback.capacity = static_cast<int>(sizeof out_of_memory_text);
+        fallback.message_end = out_of_memory_text + sizeof out_of_memory_text - 1;
+        fallback.counted = 1;
+        fallback_ready = true;
+    });
     thread_error_state = &fallback;
     fallback.settings.print_proc(terminal, 200, fallback.top->name, out_of_memory_text);
     stop_process(fallback);
@@ -170,16 +165,25 @@ bool grow_message_buffers(tavik_error_struct &state, int capacity)
     return true;
 }
 
+void count_as_caller(tavik_error_struct &state)
+{
+    alone_in(section::error_0, [&] {
+        state.counted = 1;
+        ++calling_threads;
+        if (calling_threads > 1 && tavik_signal_trap_status() != 0) trapping_with_threads = 1;
+    });
+}
+
 void check_trapping_with_threads()
 {
-#pragma omp critical(error_0)
-    if (calling_threads > 1) trapping_with_threads = 1;
+    alone_in(section::error_0, [] {
+        if (calling_threads > 1) trapping_with_threads = 1;
+    });
 }
 
 void clear_trapping_with_threads()
 {
-#pragma omp critical(error_0)
-    trapping_with_threads = 0;
+    alone_in(section::error_0, [] { trapping_with_threads = 0; });
 }
 
 } // namespace tavik
@@ -207,7 +211,7 @@ void tavik_free_error_handlers(void)
 {
     release_message_file();
     // Only the threads of this team can be reached; the others release their state when they end.
-#pragma omp parallel
+#pragma omp parallel num_threads(usable_threads())
     {
         if (thread_error_state != nullptr && thread_error_state->top == thread_error_state->stack)
             release_state();
@@ -241,20 +245,18 @@ void tavik_error_join(tavik_error_struct *parent)
     tavik_error_struct *own = thread_error_state;
     if (parent == nullptr || own == nullptr || own == parent) return;
     if (own->top == own->stack) return; // the fork found no memory
-#pragma omp critical(omp_0)
-    {
-        if (own->top->type > parent->top->type && grow_message_buffers(*parent, own->capacity)) {
-            const char *name = parent->top->name;
-            *parent->top = *own->top;
-            parent->top->name = name;
-            parent->current_type = own->current_type;
-            parent->current_code = own->current_code;
-            parent->exit_type = own->exit_type;
-            parent->exit_code = own->exit_code;
-            copy_texts(*parent, *own);
-            parent->parameters = own->parameters;
-        }
-    }
+    alone_in(section::omp_0, [=] {
+        if (own->top->type <= parent->top->type || !grow_message_buffers(*parent, own->capacity)) return;
+        const char *name = parent->top->name;
+        *parent->top = *own->top;
+        parent->top->name = name;
+        parent->current_type = own->current_type;
+        parent->current_code = own->current_code;
+        parent->exit_type = own->exit_type;
+        parent->exit_code = own->exit_code;
+        copy_texts(*parent, *own);
+        parent->parameters = own->parameters;
+    });
     // The thread is outside the library again: its next call starts from the base with its own settings.
     own->settings = own->own_settings;
     own->top = own->stack;

@@ -23,6 +23,9 @@ tavik_error_struct *single_error_state();
 // Makes both message buffers of the structure hold `capacity` bytes. False when there is no memory.
 bool grow_message_buffers(tavik_error_struct &state, int capacity);
 
+// Counts the thread of a state that its parallel region made: it calls the library by itself now.
+void count_as_caller(tavik_error_struct &state);
+
 // Signal trapping is on although several threads have entered the library.
 extern std::atomic<int> trapping_with_threads;
 void check_trapping_with_threads();

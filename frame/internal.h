@@ -60,7 +60,8 @@ TAVIK_API void tavik_error_join(struct tavik_error_struct *parent);
 
 TAVIK_API void tavik_c1iarg(int value, const char *name, int lo, int hi, int *position);
 TAVIK_API void tavik_c12ile(int value, const char *name, int limit, const char *limit_name, int *position);
-TAVIK_API void tavik_c1ind(int lo, int value, const char *name, int limit, const char *limit_name, int *position);
+TAVIK_API void tavik_c1ind(int lo, int value, const char *name, int limit, const char *limit_name,
+                           int *position);
 TAVIK_API void tavik_c1dim(int lo, int value, const char *name, int dimension, const char *dimension_name,
                            int *position);
 TAVIK_API void tavik_c1ge0(const char *name, float x, int *position);

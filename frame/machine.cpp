@@ -2,14 +2,13 @@
 
 #include "call.hpp"
 #include "checkers.hpp"
+#include "precision.hpp"
 
 #include <limits>
 
 using namespace tavik;
 
 namespace {
-
-constexpr float quiet_nan_all_bits = __builtin_nanf("0x3fffff"); // bits 7fffffff
 
 constexpr long integer_table[13] = {8,    2,   15, 32767, 63,  9223372036854775807, 2, 24,
                                     -125, 128, 53, -1021, 1024};
@@ -32,11 +31,10 @@ template <class Real> void l_machine(const Real (&table)[n_real_constants], int 
 extern "C" {
 
 const struct tavik_machine_table tavik_machine = {
-    {0x1p-126f, 0x1.fffffep+127f, 0x1p-24f, 0x1p-23f, 0.30103001f, quiet_nan_all_bits,
+    {0x1p-126f, 0x1.fffffep+127f, 0x1p-24f, 0x1p-23f, 0.30103001f, not_a_number<float>,
      std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity()},
-    {0x1p-1022, 0x1.fffffffffffffp+1023, 0x1p-53, 0x1p-52, 0.30102998001990605,
-     std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
-     -std::numeric_limits<double>::infinity()}};
+    {0x1p-1022, 0x1.fffffffffffffp+1023, 0x1p-53, 0x1p-52, 0.30102998001990605, not_a_number<double>,
+     std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()}};
 
 const float tavik_F_NUMBER[12] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 0.5f};
 const double tavik_D_NUMBER[12] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 0.5};

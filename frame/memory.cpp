@@ -1,6 +1,6 @@
 // Memory that crosses the boundary of the library, and the padded arrays of the parallel kernels.
 
-#include "internal.h"
+#include "tavikstat.h"
 
 #include <climits>
 #include <cstdint>
@@ -50,11 +50,6 @@ int tavik_malloc_option(int set, int value)
     malloc_option = value;
     if (value == 0) std::free(tavik_malloc_internal(0));
     return value;
-}
-
-void tavik_free_allocated_memory(void)
-{
-    tavik_free_error_handlers();
 }
 
 void *tavik_aligned_malloc(size_t size)

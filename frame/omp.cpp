@@ -1,13 +1,17 @@
 // Controls of multi-threaded work.
 
+#include "call.hpp"
 #include "options.hpp"
 #include "parallel.hpp"
 
 #include <algorithm>
+#include <pthread.h>
 
 using namespace tavik;
 
 namespace {
+
+std::atomic<bool> forked{false};
 
 std::atomic<int> functions_thread_safe{0};
 std::atomic<int> single_threaded_linear_algebra{1};
@@ -45,10 +49,18 @@ void l_omp_options(OptionReader reader)
 
 namespace tavik {
 
-int thread_count(std::int64_t pieces)
+int usable_threads()
 {
-    if (tavik_signal_trap_status() != 0) return 1;
-    return static_cast<int>(std::clamp<std::int64_t>(pieces, 1, omp_get_max_threads()));
+    static const int watching_fork = pthread_atfork(nullptr, nullptr, [] { forked = true; });
+    return watching_fork != 0 || forked || tavik_signal_trap_status() != 0 ? 1 : omp_get_max_threads();
+}
+
+int thread_count(std::int64_t pieces, std::int64_t values)
+{
+    constexpr std::int64_t least_values_per_thread =
+        1 << 15; // below, starting threads costs more than it gives
+    return static_cast<int>(
+        std::clamp<std::int64_t>(std::min(pieces, values / least_values_per_thread), 1, usable_threads()));
 }
 
 } // namespace tavik

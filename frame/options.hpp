@@ -12,10 +12,16 @@
 // It fills a plain struct; nothing acts before the list has ended.
 #pragma once
 
-#include "call.hpp"
-#include "error.hpp"
+#include "checkers.hpp"
+
+#include <cstdarg>
 
 namespace tavik {
+
+// The optional arguments of a public routine. The entry starts and ends the list, the reader walks it.
+struct ArgumentList {
+    va_list arguments;
+};
 
 // How the position of an option code, which an unknown code reports, is counted. It differs by routine.
 struct PositionRule {
@@ -65,7 +71,7 @@ public:
     template <class T> T *pointer(const char *option_name)
     {
         T *value = pointer_or_null<T>();
-        if (value == nullptr) raise_null(option_name);
+        check_not_null(value, option_name);
         return value;
     }
 
@@ -89,12 +95,6 @@ public:
     }
 
 private:
-    static void raise_null(const char *name)
-    {
-        tavik_e1stl(1, name);
-        tavik_ermes(terminal, 150);
-    }
-
     void count_value()
     {
         next_position_ += rule_.per_value;

@@ -11,10 +11,38 @@
 
 namespace tavik {
 
-// Threads for `pieces` pieces of work; one while signals are trapped, which is for single-threaded use.
-int thread_count(std::int64_t pieces);
+// Threads that a parallel region may have: the runtime's number; one while signals are trapped, which is for
+// single-threaded use, and one in a child process of fork(), in which the runtime's other threads do not exist.
+int usable_threads();
 
-// Runs body(thread) on `threads` threads, each with the caller's error state.
+// Threads for work on `values` numbers that can be cut into `pieces`.
+int thread_count(std::int64_t pieces, std::int64_t values);
+
+// Waits for other threads: briefly at full speed, then leaving the processor to them. The runtime's own
+// barriers spin for milliseconds, which on a busy machine is time that the awaited thread does not get.
+template <class Condition> void wait_until(const Condition &condition)
+{
+    constexpr int spins_before_yield = 200;
+    for (int spins = 0; !condition(); ++spins) {
+        if (spins < spins_before_yield) __builtin_ia32_pause();
+        else sched_yield();
+    }
+}
+
+// A point that no thread of a team leaves before all have reached it. For one use.
+class Meeting {
+public:
+    void wait(int team_size)
+    {
+        arrived_.fetch_add(1, std::memory_order_acq_rel);
+        wait_until([&] { return arrived_.load(std::memory_order_acquire) == team_size; });
+    }
+
+private:
+    std::atomic<int> arrived_{0};
+};
+
+// Runs body(thread) on at most `threads` threads, each with the caller's error state.
 template <class Body> void parallel(int threads, const Body &body)
 {
     if (threads <= 1) {
@@ -22,14 +50,15 @@ template <class Body> void parallel(int threads, const Body &body)
         return;
     }
     tavik_error_struct *parent = tavik_error_struct_get();
+    Meeting all_forked, all_done;
 #pragma omp parallel num_threads(threads)
     {
         // The parent's state may change as soon as its own share of the work begins, and again when a worker
         // joins.
         tavik_error_fork(parent);
-#pragma omp barrier
+        all_forked.wait(omp_get_num_threads());
         body(omp_get_thread_num());
-#pragma omp barrier
+        all_done.wait(omp_get_num_threads());
         tavik_error_join(parent);
     }
 }
@@ -51,11 +80,7 @@ public:
     // Waits until all pieces before this one are joined. They are in work, so this ends.
     void wait_for_turn(std::int64_t piece) const
     {
-        constexpr int spins_before_yield = 200;
-        for (int spins = 0; turn_.load(std::memory_order_acquire) != piece; ++spins) {
-            if (spins < spins_before_yield) __builtin_ia32_pause();
-            else sched_yield();
-        }
+        wait_until([&] { return turn_.load(std::memory_order_acquire) == piece; });
     }
 
     void pass_turn(std::int64_t piece)

@@ -33,7 +33,7 @@ bool read_number(const char *&text, const char *end, int &number)
 const char *letters_of(ParameterKind kind)
 {
     switch (kind) {
-    case ParameterKind::integer: return "di";
+    case ParameterKind::integer: return "diuoxX";
     case ParameterKind::real:
     case ParameterKind::complex: return "eEfFgG";
     case ParameterKind::string: return "s";
@@ -91,7 +91,10 @@ bool read_conversion(const char *text, const char *end, ParameterKind kind, Conv
     conversion.letter = *text++;
     conversion.suffix = text;
     conversion.suffix_end = end;
-    return std::memchr(text, '%', static_cast<std::size_t>(end - text)) == nullptr;
+    for (; text < end; ++text) {
+        if (*text == '%' && (text + 1 == end || *++text != '%')) return false; // a second conversion
+    }
+    return true;
 }
 
 bool read_placeholder(const char *text, Placeholder &placeholder, bool *format_accepted)

@@ -1,6 +1,7 @@
 // The process's message file: opened when the first message is needed, once; a failure is final.
 
 #include "readerr.hpp"
+#include "critical.hpp"
 #include "message_file.hpp"
 #include "message_file_format.hpp"
 
@@ -19,18 +20,15 @@ MessageFile file;
 
 void open_once(const tavik_error_struct &state)
 {
-#pragma omp critical(readerr_0)
-    {
-        if (file_state == FileState::unopened) {
-            const char *path = state.file_path != nullptr ? state.file_path : std::getenv("TAVIKERRPATH");
-            const char *reason = nullptr;
-#pragma omp critical(readerr_1)
-            reason = file.open(path != nullptr ? path : default_path);
-            file_state = reason == nullptr ? FileState::usable : FileState::failed;
-            if (reason != nullptr)
-                std::fprintf(stderr, "Error in reading %s\n%s.\n", message_file::name, reason);
-        }
-    }
+    const char *reason = nullptr;
+    alone_in(section::readerr_0, [&] {
+        if (file_state != FileState::unopened) return;
+        const char *path = state.file_path != nullptr ? state.file_path : std::getenv("TAVIKERRPATH");
+        alone_in(section::readerr_1, [&] { reason = file.open(path != nullptr ? path : default_path); });
+        file_state = reason == nullptr ? FileState::usable : FileState::failed;
+    });
+    // Not inside the section: the stream may be locked by a thread that waits for a message.
+    if (reason != nullptr) std::fprintf(stderr, "Error in reading %s\n%s.\n", message_file::name, reason);
 }
 
 } // namespace
@@ -43,19 +41,16 @@ const MessageLookup &find_message(tavik_error_struct &state, long code)
     std::free(state.file_name);
     state.file_name = nullptr;
     open_once(state);
-#pragma omp critical(readerr_1)
-    file.look_up(lookup, code);
+    alone_in(section::readerr_1, [&] { file.look_up(lookup, code); });
     return lookup;
 }
 
 void release_message_file()
 {
-#pragma omp critical(readerr_0)
-    {
-#pragma omp critical(readerr_1)
-        file.close();
+    alone_in(section::readerr_0, [] {
+        alone_in(section::readerr_1, [] { file.close(); });
         if (file_state == FileState::usable) file_state = FileState::unopened;
-    }
+    });
 }
 
 } // namespace tavik

@@ -3,6 +3,7 @@
 // ends the process as it would have without the library.
 
 #include "signal.hpp"
+#include "critical.hpp"
 #include "error.hpp"
 
 #include <csignal>
@@ -13,12 +14,7 @@ std::atomic<int> signal_trapping{0};
 
 namespace {
 
-struct TrappedSignal {
-    int number;
-    long code;
-};
-
-constexpr TrappedSignal trapped[] = {{SIGILL, 504}, {SIGSEGV, 511}};
+constexpr int trapped[] = {SIGILL, SIGSEGV};
 constexpr int n_trapped = 2;
 
 enum Armed : int { never = 0, armed = 1, disarmed = -1 };
@@ -30,38 +26,38 @@ thread_local struct sigaction previous[n_trapped];
 // What was in force before the last arming, for a fault on a thread that armed nothing.
 struct sigaction process_previous[n_trapped];
 
-long code_of(int signal_number)
+void raise_trapped(int signal_number)
 {
+    tavik_e1sti(1, signal_number);
     switch (signal_number) {
-    case SIGINT: return 502;
-    case SIGILL: return 504;
-    case SIGABRT: return 506;
-    case SIGFPE: return 508;
-    case SIGSEGV: return 511;
-    default: return 0;
+    case SIGINT: tavik_ermes(terminal, 502); break;
+    case SIGILL: tavik_ermes(terminal, 504); break;
+    case SIGABRT: tavik_ermes(terminal, 506); break;
+    case SIGFPE: tavik_ermes(terminal, 508); break;
+    case SIGSEGV: tavik_ermes(terminal, 511); break;
+    default: break;
     }
 }
 
 void give_back(int signal_number)
 {
     for (int i = 0; i < n_trapped; ++i) {
-        if (trapped[i].number == signal_number) sigaction(signal_number, &process_previous[i], nullptr);
+        if (trapped[i] == signal_number) sigaction(signal_number, &process_previous[i], nullptr);
     }
 }
 
-extern "C" void handle_signal(int signal_number)
+extern "C" void handle_signal(int signal_number, siginfo_t *information, void *)
 {
     if (signal_armed != armed) {
-        // Returning repeats the faulting instruction, now under the disposition that the process had.
+        // Returning repeats a faulting instruction, now under the disposition that the process had. A signal that was
+        // sent does not come by itself again.
         give_back(signal_number);
+        if (information->si_code <= 0) raise(signal_number);
         return;
     }
     tavik_error_struct &state = error_state();
     state.signal_unwind = 1;
-    if (const long code = code_of(signal_number)) {
-        tavik_e1sti(1, signal_number);
-        tavik_ermes(terminal, code);
-    }
+    raise_trapped(signal_number);
     tavik_error_struct *single = single_error_state();
     if (single != nullptr && single->jump_count > 0) siglongjmp(single->jumps[--single->jump_count], 1);
     give_back(signal_number);
@@ -71,8 +67,7 @@ extern "C" void handle_signal(int signal_number)
 
 void set_signal_trapping(int on)
 {
-#pragma omp critical(error_2)
-    signal_trapping = on != 0;
+    alone_in(section::error_2, [=] { signal_trapping = on != 0; });
     if (on != 0) check_trapping_with_threads();
     else clear_trapping_with_threads();
 }
@@ -99,18 +94,18 @@ void tavik_set_signal(int on)
         error_state().signal_unwind = 0;
         if (armed_calls++ > 0) return;
         struct sigaction action = {};
-        action.sa_handler = handle_signal;
-        action.sa_flags = SA_ONSTACK; // a caller's alternate stack also serves a stack overflow
+        action.sa_sigaction = handle_signal;
+        action.sa_flags = SA_SIGINFO | SA_ONSTACK; // a caller's alternate stack also serves a stack overflow
         sigemptyset(&action.sa_mask);
         for (int i = 0; i < n_trapped; ++i) {
-            sigaction(trapped[i].number, &action, &previous[i]);
+            sigaction(trapped[i], &action, &previous[i]);
             process_previous[i] = previous[i];
         }
         signal_armed = armed;
     } else {
         if (armed_calls > 0 && --armed_calls > 0) return;
         if (signal_armed == armed) {
-            for (int i = 0; i < n_trapped; ++i) sigaction(trapped[i].number, &previous[i], nullptr);
+            for (int i = 0; i < n_trapped; ++i) sigaction(trapped[i], &previous[i], nullptr);
         }
         signal_armed = disarmed;
     }

@@ -254,7 +254,10 @@ TAVIK_API int tavik_d_omp_roundup(int m);
  */
 TAVIK_API int tavik_malloc_option(int set, int value);
 
-/** Releases what the library holds between calls: see tavik_free_error_handlers. */
+/**
+ * Releases what the library holds between calls: all state of the calling thread, an open staged computation
+ * included, and what tavik_free_error_handlers releases.
+ */
 TAVIK_API void tavik_free_allocated_memory(void);
 
 /* ------------------------------------------------------------------------------------------------------------
@@ -371,7 +374,8 @@ TAVIK_API double tavik_ctime(void);
  *         The count is the sum of the frequencies of the values used. The median of an even number of values is
  *         the mean of the middle two; medians take each value once, whatever its frequency and weight. A statistic
  *         that is not defined, or not asked for, is NaN. An infinite value makes the mean infinite (NaN when both
- *         infinities occur) and the moments NaN.
+ *         infinities occur) and the moments NaN. Where a power of the deviations overflows a double (the fourth
+ *         from about 1e77 on), the statistics that rest on it are infinite or NaN.
  *
  * Options:
  *   TAVIK_CONFIDENCE_MEAN, double level           level in percent of the limits of the mean; default 95, below
@@ -410,12 +414,13 @@ TAVIK_API double tavik_ctime(void);
  *   4, 11055  negative or infinite frequency or weight (4, 11054 in stages)
  *   4, 20691  stage 2 or 3 without a series             4, 20692  stage 0 or 1 inside one
  *   4, 11428  another n_variables than the series has
- *   Any error of type 4 or 5 in a staged call ends the series.
+ *   Any error of type 4 or 5 in a call ends the open series of the thread and element type.
  *
  * Accuracy: moments are accumulated in double in both variants, by blocks of rows that are centred on their own
  * mean and merged with the pairwise formulas (Chan, Golub, LeVeque 1979; Pebay 2008, SAND2008-6212). Speed: one
- * pass over x, on several threads for large data. Memory besides input and result: a few hundred KiB a thread
- * plus some tens of bytes a variable, whatever n_observations is; the median options take one column a thread.
+ * pass over x, on several threads for large data. Memory besides input and result, whatever n_observations is:
+ * 80 bytes a variable, and for each thread up to some hundred KiB and 700 bytes a variable; the median options
+ * take one column a thread.
  * Results do not depend on the number of threads, and staged calls whose stages are multiples of 4096 rows give
  * the bits of one call.
  *

@@ -9,7 +9,7 @@ pthread_key_t key;
 pthread_once_t once = PTHREAD_ONCE_INIT;
 bool key_created = false;
 
-extern "C" void release_thread_state(void *list)
+extern "C" void release_nodes(void *list)
 {
     for (auto *node = static_cast<ThreadExit *>(list); node != nullptr;) {
         ThreadExit *next = node->next;
@@ -21,7 +21,7 @@ extern "C" void release_thread_state(void *list)
 
 extern "C" void create_key()
 {
-    key_created = pthread_key_create(&key, release_thread_state) == 0;
+    key_created = pthread_key_create(&key, release_nodes) == 0;
 }
 
 } // namespace
@@ -34,6 +34,15 @@ bool release_at_thread_exit(ThreadExit &node)
     node.next = static_cast<ThreadExit *>(pthread_getspecific(key));
     node.registered = pthread_setspecific(key, &node) == 0;
     return node.registered;
+}
+
+void release_thread_state()
+{
+    pthread_once(&once, create_key);
+    if (!key_created) return;
+    void *list = pthread_getspecific(key);
+    pthread_setspecific(key, nullptr);
+    release_nodes(list);
 }
 
 } // namespace tavik

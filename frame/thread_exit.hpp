@@ -18,4 +18,7 @@ struct ThreadExit {
 // system has no room for it.
 bool release_at_thread_exit(ThreadExit &node);
 
+// Releases now what the calling thread holds.
+void release_thread_state();
+
 } // namespace tavik

@@ -24,7 +24,7 @@ FILE *&unit(int number)
 }
 
 // Reads the list once for its errors and once, when it is whole, to act on it.
-bool walk_unit_options(OptionReader reader, bool act)
+bool l_output_file(OptionReader reader, bool act)
 {
     while (const int code = reader.next()) {
         switch (code) {
@@ -52,14 +52,13 @@ extern "C" {
 
 void tavik_umach(int n, FILE **stream)
 {
-    const int number = n < 0 ? -n : n;
-    if (number < 1 || number > 3) {
+    if (n < -3 || n > 3 || n == 0) {
         tavik_e1sti(1, n);
         tavik_ermes(terminal, 12010);
     } else if (n > 0) {
-        *stream = unit(number);
+        *stream = unit(n);
     } else {
-        unit(number) = *stream;
+        unit(-n) = *stream;
     }
 }
 
@@ -69,8 +68,8 @@ void tavik_output_file(int code, ...)
     va_start(list.arguments, code);
     va_copy(again.arguments, list.arguments);
     public_call("tavik_output_file", [&](Workspace &) {
-        if (walk_unit_options(OptionReader(code, list, count_codes), false))
-            walk_unit_options(OptionReader(code, again, count_codes), true);
+        if (l_output_file(OptionReader(code, list, count_codes), false))
+            l_output_file(OptionReader(code, again, count_codes), true);
     });
     va_end(again.arguments);
     va_end(list.arguments);

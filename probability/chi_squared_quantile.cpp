@@ -12,10 +12,15 @@
 namespace tavik::probability {
 namespace {
 
+// Both probabilities beside the quantile, each with all its digits.
+struct Tails {
+    Wide lower, upper;
+};
+
 // With eta^2 / 2 = mu - log(1 + mu), x = a (1 + mu), the density is normal in eta times eta / mu;
 // eta = eta0 + sum eps_k(eta0) / a^k with eta0 = z / sqrt(a). After N. M. Temme, Asymptotic inversion of
 // incomplete gamma functions, Math. Comp. 58 (1992), 755-764.
-Wide x_of_nearly_normal(Wide p, Wide a)
+Wide x_of_nearly_normal(Tails tails, Wide a)
 {
     static constexpr Wide eps1[] = {-1 / 3.0L,
                                     1 / 36.0L,
@@ -31,7 +36,8 @@ Wide x_of_nearly_normal(Wide p, Wide a)
     static constexpr Wide eps2[] = {-7 / 405.0L,        -7 / 2592.0L,     533 / 204120.0L,
                                     -1579 / 2099520.0L, 109 / 1749600.0L, 10217 / 251942400.0L};
     static constexpr Wide eps3[] = {449 / 102060.0L, -63149 / 20995200.0L};
-    const Wide eta0 = normal_quantile(p) / std::sqrt(a);
+    const Wide z = tails.lower < 0.5L ? normal_quantile(tails.lower) : -normal_quantile(tails.upper);
+    const Wide eta0 = z / std::sqrt(a);
     const Wide by_a[] = {eta0, polynomial(eps1, eta0), polynomial(eps2, eta0), polynomial(eps3, eta0)};
     const Wide eta = polynomial(by_a, 1 / a);
     Wide mu = eta * (1 + eta / 3 * (1 + eta / 12));
@@ -59,13 +65,13 @@ Wide x_of_lower_tail(Wide a, Wide leading)
 // between certain bounds: the leading term below; above, a (which exceeds the median) or lemma 1 of B.
 // Laurent and P. Massart, Adaptive estimation of a quadratic functional by model selection, Ann. Statist. 28
 // (2000).
-Wide x_of_middle(Wide p, Wide a, Wide leading)
+Wide x_of_middle(Tails tails, Wide a, Wide leading)
 {
-    const bool lower = p < 0.5L;
-    const Wide target = lower ? p : 1 - p, exponent = -std::log(target);
+    const bool lower = tails.lower < 0.5L;
+    const Wide target = lower ? tails.lower : tails.upper, exponent = -std::log(target);
     const Wide most = lower ? a : a + std::sqrt(2 * a * exponent) + exponent;
-    const Wide start = 2 * a >= some_degrees_of_freedom ? x_of_nearly_normal(p, a)
-                       : lower ? boost::math::gamma_p_inv(double(a), double(p), QuietPolicy())
+    const Wide start = 2 * a >= some_degrees_of_freedom ? x_of_nearly_normal(tails, a)
+                       : lower ? boost::math::gamma_p_inv(double(a), double(target), QuietPolicy())
                                : boost::math::gamma_q_inv(double(a), double(target), QuietPolicy());
     return solve(std::fmin(std::fmax(start, leading), most), [=](Wide x) {
         const Wide value =
@@ -75,12 +81,12 @@ Wide x_of_middle(Wide p, Wide a, Wide leading)
     });
 }
 
-Wide gamma_quantile(Wide p, Wide a)
+Wide gamma_quantile(Tails tails, Wide a)
 {
-    if (2 * a >= many_degrees_of_freedom) return x_of_nearly_normal(p, a);
-    const Wide leading = root(p, a) * std::exp(log_gamma_1p(a) / a);
+    if (2 * a >= many_degrees_of_freedom) return x_of_nearly_normal(tails, a);
+    const Wide leading = root(tails.lower, a) * std::exp(log_gamma_1p(a) / a);
     if (leading == 0) return 0;
-    return leading < small_argument ? x_of_lower_tail(a, leading) : x_of_middle(p, a, leading);
+    return leading < small_argument ? x_of_lower_tail(a, leading) : x_of_middle(tails, a, leading);
 }
 
 } // namespace
@@ -91,10 +97,21 @@ template <class Real> Real chi_squared_quantile(Real p, Real degrees_of_freedom)
     if (!(p >= 0 && p <= 1 && nu > 0)) return std::numeric_limits<Real>::quiet_NaN();
     if (p == 0) return 0;
     if (p == 1 || std::isinf(nu)) return std::numeric_limits<Real>::infinity();
-    return static_cast<Real>(2 * gamma_quantile(p, nu / 2));
+    return static_cast<Real>(2 * gamma_quantile({p, 1 - Wide(p)}, nu / 2));
+}
+
+template <class Real> Real chi_squared_upper_quantile(Real q, Real degrees_of_freedom) noexcept
+{
+    const Wide nu = degrees_of_freedom;
+    if (!(q >= 0 && q <= 1 && nu > 0)) return std::numeric_limits<Real>::quiet_NaN();
+    if (q == 1) return 0;
+    if (q == 0 || std::isinf(nu)) return std::numeric_limits<Real>::infinity();
+    return static_cast<Real>(2 * gamma_quantile({1 - Wide(q), q}, nu / 2));
 }
 
 template float chi_squared_quantile(float, float) noexcept;
 template double chi_squared_quantile(double, double) noexcept;
+template float chi_squared_upper_quantile(float, float) noexcept;
+template double chi_squared_upper_quantile(double, double) noexcept;
 
 } // namespace tavik::probability

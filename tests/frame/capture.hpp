@@ -132,18 +132,24 @@ inline string header(int type, const string &routine, const string &code_name = 
            routine + ".  ";
 }
 
-// The layout, rule by rule: a line break in the window ends the line; then a rest that fits is the last line;
-// then the last blank begins the next line; then a word moves to a line of its own; then it is cut.
+// The layout, rule by rule. A line is what fits, or what stands before the last blank, or else a cut word; a
+// line break within it ends it sooner. A word that has no room behind the header moves to a line of its own.
 inline string layout(const string &head, string rest)
 {
     const string next_line = "\n***         ";
     string out = head.size() > 77 ? head + next_line + " " : head;
     for (std::size_t column = head.size() > 77 ? 12 : head.size();; column = 12) {
-        const string window = rest.substr(0, 78 - column);
-        const bool at_line_break = window.find('\n') != string::npos;
-        if (!at_line_break && rest.size() + column <= 77) return out + rest + "\n\n";
-        std::size_t cut = at_line_break ? window.find('\n') : window.rfind(' ');
-        if (!at_line_break && (cut == string::npos || cut == 0)) cut = column > 12 ? 0 : window.size() - 1;
+        const bool fits = rest.size() + column <= 77;
+        const std::size_t blank = rest.substr(0, 78 - column).rfind(' ');
+        const bool at_blank = !fits && blank != string::npos && blank > 0;
+        const string piece = rest.substr(0, fits ? string::npos : at_blank ? blank : 78 - column);
+        const std::size_t line_break = piece.find('\n');
+        const bool at_line_break = line_break != string::npos;
+        if (fits && !at_line_break) return out + rest + "\n\n";
+        const std::size_t cut = at_line_break ? line_break
+                                : at_blank    ? blank
+                                : column > 12 ? 0
+                                              : piece.size() - 1;
         out += rest.substr(0, cut) + next_line;
         rest.erase(0, cut + (at_line_break ? 1 : 0));
     }

@@ -55,7 +55,7 @@ TEST_F(ErrorPrint, WrapBoundaries)
         {"no blank on a whole line: cut", a(100), next + a(65) + next + a(35)},
         {"cut after a blank", "b " + a(100), "b" + next + " " + a(64) + next + a(36)},
         {"line breaks", "one\n\ntwo " + a(60), "one" + next + next + "two " + a(60)},
-        {"line break in the last allowed place", "c " + a(40) + "\nb", "c " + a(40) + next + "b"},
+        {"line break behind the last blank", "c " + a(40) + "\nb", "c" + next + " " + a(40) + next + "b"},
         {"run of blanks", "c   " + a(40), "c  " + next + " " + a(40)},
     };
     for (const auto &row : rows)
