@@ -14,7 +14,7 @@ namespace bench {
 
 struct Comparison {
     std::string ours, peer;
-    double at_least; // times faster that we promise
+    double at_least; // times faster that we promise; 0: for information
 };
 
 inline std::vector<Comparison> &comparisons()
@@ -42,7 +42,8 @@ public:
         ConsoleReporter::ReportRuns(runs);
     }
 
-    void print_ratios() const;
+    // False when a promise was missed.
+    bool print_ratios() const;
 
 private:
     std::map<std::string, double> median_;

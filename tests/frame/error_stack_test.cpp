@@ -107,6 +107,40 @@ TEST_F(ErrorStack, UserFunctions)
     }
 }
 
+// The procedures of the caller's that report an error may call the library, and fail in it.
+TEST_F(ErrorStack, ReportingProceduresMayCallTheLibrary)
+{
+    static string seen;
+    seen.clear();
+    const auto call_badly = [] {
+        int width = 3;
+        const tavik_print_proc quiet = [](int, long, const char *, const char *) {};
+        if (static bool inside = false; !std::exchange(inside, true)) {
+            print_with(quiet);
+            tavik_page(-1, &width);
+            seen += to_string(tavik_error_code()) + " ";
+            inside = false;
+        }
+    };
+    static const auto nested = call_badly;
+    for (int type : {3, 5}) {
+        print_with([](int, long, const char *, const char *message) {
+            nested();
+            seen += string(message) + "|";
+        });
+        tavik_set_at_checksum([](int, long, const char *message, const char *) {
+            if (message[0] != '\0') seen += string(message) + " ";
+        });
+        raise_in("outer", type, "the outer error", 77);
+        seen += to_string(tavik_error_type()) + " " + to_string(tavik_error_code()) + " " +
+                own(tavik_error_message());
+        EXPECT_EQ(std::exchange(seen, ""),
+                  "the outer error The page width 3 is too small; it must be at least 10. "
+                  "10021 the outer error|" +
+                      to_string(type) + " 77 the outer error");
+    }
+}
+
 TEST_F(ErrorStack, ErrorsOnPurpose)
 {
     for (int type = 1; type <= 7; ++type)
@@ -122,7 +156,7 @@ TEST_F(ErrorStack, ErrorsOnPurpose)
         }
     for (auto [type, depth] : {std::pair{0, 1}, {8, 1}, {3, 4}}) {
         testing::internal::CaptureStderr();
-        EXPECT_EQ(outcome([=] { tavik_internal_generate_error(type, depth); }), "0 0");
+        EXPECT_EQ(outcome([t = type, d = depth] { tavik_internal_generate_error(t, d); }), "0 0");
         const string text = testing::internal::GetCapturedStderr();
         EXPECT_THAT(text, testing::HasSubstr("*** Error from tavik_internal_generate_error.  Argument"));
     }

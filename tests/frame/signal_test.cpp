@@ -3,6 +3,7 @@
 #include "capture.hpp"
 
 #include <csignal>
+#include <omp.h>
 
 #include <sys/mman.h>
 
@@ -160,6 +161,22 @@ TEST_F(SignalDeathTest, ASecondThreadMakesEveryCallFail)
         tavik_skip_signal_handler();
         EXPECT_EQ(tavik_signal_trap_status(), 0);
     });
+}
+
+// A thread of the OpenMP runtime has a state since it worked for the library, but calls it for the first time only now.
+TEST_F(SignalDeathTest, AWorkerThatBecomesACallerIsASecondThread)
+{
+    in_child(
+        [] {
+            start(0);
+            omp_set_num_threads(2);
+            const std::vector<double> x(1'000'000, 1.0);
+            tavik_free(tavik_d_simple_statistics(1'000'000, 1, x.data(), 0));
+            start(1);
+#pragma omp parallel num_threads(2)
+            tavik_d_machine(4);
+        },
+        4, testing::HasSubstr("from tavik_d_machine"));
 }
 
 TEST_F(SignalDeathTest, HowTheProcessEnds)

@@ -3,9 +3,13 @@
 
 #include <array>
 #include <atomic>
+#include <malloc.h>
+#include <omp.h>
 #include <random>
 #include <set>
 #include <string_view>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace capture;
 
@@ -92,6 +96,50 @@ TEST_F(Threads, LookUpsInTheMessageFileNeverMix)
         }
     });
     EXPECT_EQ(wrong, 0);
+}
+
+// A thread leaves an error, its texts and an open series behind.
+TEST_F(Threads, TenThousandShortLivedOnesLeaveNoMemoryBehind)
+{
+    const auto run = [](int count) {
+        for (int i = 0; i < count; ++i) {
+            in_thread([] {
+                restore_defaults(false);
+                const double x[] = {1, 2, 3};
+                tavik_d_simple_statistics(3, 1, x, TAVIK_IDO, 1, 0);
+                tavik_internal_generate_error(1, 2);
+                tavik_error_options(TAVIK_ERROR_MSG_PATH, "./", 0);
+            });
+        }
+        return mallinfo2().uordblks; // bytes in use, of all threads
+    };
+    const std::size_t before = run(100), after = run(10000);
+    EXPECT_LT(after, before + 1'000'000); // ten thousand states are 300 MB
+}
+
+struct ThreadsDeathTest : NewProcessTest {};
+
+TEST_F(ThreadsDeathTest, AChildOfForkWorksWithoutTheThreadsThatItHasNot)
+{
+    in_child([] {
+        restore_defaults(false);
+        omp_set_num_threads(2);
+        const std::vector<double> x(1'000'000, 1.0);
+        const auto call = [&] { return tavik_d_simple_statistics(1'000'000, 1, x.data(), TAVIK_MEDIAN, 0); };
+        tavik_free(call());
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(30);
+            double *result = call();
+            const bool right = result != nullptr && result[9] == 1e6;
+            tavik_free(result);
+            tavik_free_allocated_memory();
+            _exit(right ? 0 : 1);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    });
 }
 
 } // namespace
