@@ -27,6 +27,7 @@ void run_worker(WorkerThunk thunk, void *worker, Workspace &workspace)
 __attribute__((noinline)) void run_trapped(WorkerThunk thunk, void *worker, Workspace &workspace)
 {
     tavik_error_struct *single = single_error_state();
+    const RoutineEntry *own_level = thread_error_state->top;
     if (single != thread_error_state) { // its jump buffers are another thread's
         tavik_ermes(fatal, 499);
         return;
@@ -42,6 +43,7 @@ __attribute__((noinline)) void run_trapped(WorkerThunk thunk, void *worker, Work
         // Nested calls popped their own buffers, so the top one is this call's.
         if (tavik_error_struct *now = single_error_state()) --now->jump_count;
     } else {
+        abandon_callbacks(*thread_error_state, own_level);
         tavik_ermes(terminal, 102);
     }
     tavik_set_signal(0);

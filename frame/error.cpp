@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <new>
 
 namespace tavik {
 namespace {
@@ -77,26 +78,43 @@ void stop_process(const tavik_error_struct &state)
 }
 
 // A procedure of the caller's may call the library. Its calls return to the caller's own level, so they report on their
-// own, and what is being reported is put back behind them.
+// own, and what is being reported is put back behind them. It is held by the state, not by the stack, since a trapped
+// signal may jump out of the procedure.
+HeldReport *hold_report(tavik_error_struct &state)
+{
+    const std::size_t size = std::strlen(state.message) + 1, last_size = std::strlen(state.last_message) + 1;
+    void *memory = std::malloc(sizeof(HeldReport) + size + last_size);
+    if (memory == nullptr) return nullptr;
+    char *message = static_cast<char *>(memory) + sizeof(HeldReport), *last_message = message + size;
+    std::memcpy(message, state.message, size);
+    std::memcpy(last_message, state.last_message, last_size);
+    return state.held = new (memory) HeldReport{state.held,      state.top, *state.top,  state.exit_type,
+                                                state.exit_code, message,   last_message};
+}
+
+void restore_report(tavik_error_struct &state, HeldReport *held)
+{
+    *held->level = held->entry;
+    make_current(state, held->entry);
+    state.exit_type = held->exit_type;
+    state.exit_code = held->exit_code;
+    std::strcpy(state.message, held->message); // the buffers never shrink
+    std::strcpy(state.last_message, held->last_message);
+    state.message_end = state.message + std::strlen(state.message);
+    state.held = held->outer;
+    std::free(held);
+}
+
 template <class Callback> void call_back(tavik_error_struct &state, const Callback &callback)
 {
-    const RoutineEntry entry = *state.top;
-    const int exit_type = state.exit_type;
-    const long exit_code = state.exit_code;
-    char *message = strdup(state.message), *last_message = strdup(state.last_message);
-    state.top->user_level = 1;
-    callback(message != nullptr ? message : state.message);
-    *state.top = entry;
-    make_current(state, entry);
-    state.exit_type = exit_type;
-    state.exit_code = exit_code;
-    if (message != nullptr && last_message != nullptr) { // the buffers never shrink
-        std::strcpy(state.message, message);
-        std::strcpy(state.last_message, last_message);
-        state.message_end = state.message + std::strlen(state.message);
+    HeldReport *held = hold_report(state);
+    if (held == nullptr) { // the procedure is told all the same
+        callback(state.message);
+        return;
     }
-    std::free(message);
-    std::free(last_message);
+    state.top->user_level = 1;
+    callback(held->message);
+    restore_report(state, held);
 }
 
 void tell_hook(tavik_error_struct &state)
@@ -115,6 +133,16 @@ void report(tavik_error_struct &state, int type, long code)
     if (proc == default_print) default_print(type, code, routine, state.message);
     else call_back(state, [=](const char *message) { proc(type, code, routine, message); });
     if (state.settings.traceback[type] != 0) print_traceback(state);
+}
+
+void abandon_callbacks(tavik_error_struct &state, const RoutineEntry *from)
+{
+    while (state.held != nullptr && state.held->level >= from) {
+        HeldReport *held = state.held;
+        held->level->user_level = held->entry.user_level;
+        state.held = held->outer;
+        std::free(held);
+    }
 }
 
 void stop_on_stack_overflow(tavik_error_struct &state)

@@ -18,6 +18,9 @@ void clear_message(tavik_error_struct &state);
 // Prints with the thread's print procedure and, if that is set, a traceback.
 void report(tavik_error_struct &state, int type, long code);
 
+// Forgets the procedures of the caller's that a jump left, those that levels from `from` up were calling.
+void abandon_callbacks(tavik_error_struct &state, const RoutineEntry *from);
+
 // The two rare exits of entering and leaving.
 [[noreturn]] void stop_on_stack_overflow(tavik_error_struct &state);
 void leave_with_error(tavik_error_struct &state, const char *name);

@@ -68,6 +68,16 @@ struct ErrorSettings {
     std::uint8_t immediate[n_error_types];
 };
 
+// An error that a procedure of the caller's is being told of: that procedure may call the library.
+struct HeldReport {
+    HeldReport *outer;
+    RoutineEntry *level; // that holds the error
+    RoutineEntry entry;
+    int exit_type;
+    long exit_code;
+    char *message, *last_message; // behind this, in the same block
+};
+
 } // namespace tavik
 
 struct tavik_error_struct {
@@ -96,4 +106,5 @@ struct tavik_error_struct {
     char *file_path; // null: no path set
     tavik::MessageLookup lookup;
     tavik::MessageParameters parameters;
+    tavik::HeldReport *held; // the innermost one
 };

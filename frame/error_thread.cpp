@@ -60,6 +60,7 @@ void set_defaults(tavik_error_struct &state)
 
 void destroy(tavik_error_struct *state)
 {
+    abandon_callbacks(*state, state->stack);
     std::free(state->message);
     std::free(state->last_message);
     alone_in(section::error_4, [=] { std::free(state->lookup.record); });
