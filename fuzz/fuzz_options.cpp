@@ -2,6 +2,7 @@
 // The list is built as a va_list whose arguments all lie in memory, which the 64-bit x86 calling convention
 // allows.
 #include "descriptive/simple_statistics.hpp"
+#include "frame/call.hpp"
 
 #include <cstdint>
 #include <cstring>
