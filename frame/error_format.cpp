@@ -95,7 +95,7 @@ char *put_sign(char *text, const Conversion &conversion, bool negative)
 }
 
 // Of ASCII, whatever the locale.
-void to_upper(char *begin, char *end)
+void to_upper(char *begin, const char *end)
 {
     for (; begin != end; ++begin) {
         if (*begin >= 'a' && *begin <= 'z') *begin = static_cast<char>(*begin - 'a' + 'A');
