@@ -13,8 +13,8 @@ namespace tavik::descriptive {
 
 // One array a quantity, each of `padded` elements, so that kernels run over whole vectors.
 struct Moments {
-    // The divisor is that of m2 in the variance of weighted data: the mass W less the sum of the squared masses over W. It is
-    // kept as the sum of m_i m_k / W over all pairs i != k, which cannot cancel.
+    // The divisor is that of m2 in the variance of weighted data: the mass W less the sum of the squared
+    // masses over W. It is kept as the sum of m_i m_k / W over all pairs i != k, which cannot cancel.
     enum Field { count, mass, divisor, mean, mean_low, m2, m3, m4, minimum, maximum, n_fields };
 
     double *data; // n_fields x padded

@@ -120,9 +120,10 @@ inline void clear(const PowerSums &sums, std::size_t slots)
     }
 }
 
-// The shift of a column is the mean of the first sixteenth of its rows. A part f of the rows cannot have its mean more than
-// sqrt((1 - f) / f) standard deviations from the mean of the whole. With f at least 1/32, the least that rounding down to
-// whole rows leaves, that bounds what the conversion to central moments can lose, whatever the data.
+// The shift of a column is the mean of the first sixteenth of its rows. A part f of the rows cannot have its
+// mean more than sqrt((1 - f) / f) standard deviations from the mean of the whole. With f at least 1/32, the
+// least that rounding down to whole rows leaves, that bounds what the conversion to central moments can lose,
+// whatever the data.
 inline std::int64_t leading_rows(std::int64_t rows)
 {
     return rows < 32 ? 1 : rows / 16;
@@ -258,8 +259,8 @@ inline double sum_lanes(V v)
 
 void weighted_moments(const double *x, const double *mass, std::size_t n, const Moments &block, std::size_t j)
 {
-    // The first sweep gives mass, extremes and a mean about the first value that has mass: one without any must not cost
-    // the others their digits.
+    // The first sweep gives mass, extremes and a mean about the first value that has mass: one without any
+    // must not cost the others their digits.
     std::size_t first = 0;
     while (first + 1 < n && !(mass[first] > 0)) ++first;
     const double shift = x[first];
@@ -294,8 +295,8 @@ void weighted_moments(const double *x, const double *mass, std::size_t n, const 
     block[Moments::maximum][j] = high;
     const double center = total > 0 ? shift + sum / total : 0;
 
-    // The second sweep takes powers about that mean, the first one among them: what the first sweep's mean lacks, should
-    // its shift have been an outlier of little mass, the set-up of the moments makes good.
+    // The second sweep takes powers about that mean, the first one among them: what the first sweep's mean
+    // lacks, should its shift have been an outlier of little mass, the set-up of the moments makes good.
     V p1 = broadcast(0), p2 = broadcast(0), p3 = broadcast(0), p4 = broadcast(0);
     for (std::size_t i = 0; i < whole; i += lanes) {
         const V d = load(x + i) - center, d2 = d * d, m = load(mass + i);

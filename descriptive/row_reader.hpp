@@ -137,7 +137,8 @@ private:
         moment_kernels().block_d(x, rows, stride, p, scratch, block);
     }
 
-    // Every row has mass 1: the fast kernel takes the block whole. False when it met values that are not finite.
+    // Every row has mass 1: the fast kernel takes the block whole. False when it met values that are not
+    // finite.
     bool read_whole(std::int64_t count, const Real *x)
     {
         const std::size_t p = rows_->n_variables;
@@ -147,7 +148,8 @@ private:
         return std::all_of(mean, mean + p, [](double m) { return std::isfinite(m); });
     }
 
-    // Behind read_whole: the variables that it could not do are done one by one from their values that are present.
+    // Behind read_whole: the variables that it could not do are done one by one from their values that are
+    // present.
     void read_present(std::int64_t count, const Real *x)
     {
         for (std::size_t j = 0; j < rows_->n_variables; ++j) {

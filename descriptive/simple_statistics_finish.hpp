@@ -35,31 +35,30 @@ enum StatisticRow {
     row_scale
 };
 
-// Quantiles of both intervals. They depend on the count alone, which most variables share.
-class IntervalQuantiles {
-public:
-    IntervalQuantiles(double mean_level, double variance_level) : mean_(mean_level), variance_(variance_level)
-    {
-    }
+// Quantiles of both intervals. They depend on the count and the levels alone, which most variables share, and
+// most calls of a program with small samples: for those, the quantiles would be most of the work.
+struct IntervalQuantiles {
+    double mean_level = 0, variance_level = 0, degrees_of_freedom = 0; // that the quantiles are for
+    double t = 0, lower_chi_squared = 0, upper_chi_squared = 0;        // NaN where there is none
 
-    void prepare(double degrees_of_freedom)
+    void prepare(double new_mean_level, double new_variance_level, double new_degrees_of_freedom)
     {
-        if (degrees_of_freedom == degrees_of_freedom_) return;
-        degrees_of_freedom_ = degrees_of_freedom;
+        if (new_mean_level == mean_level && new_variance_level == variance_level &&
+            new_degrees_of_freedom == degrees_of_freedom)
+            return;
+        degrees_of_freedom = 0; // for none, should a trapped signal end this halfway
+        mean_level = new_mean_level;
+        variance_level = new_variance_level;
         // Through the tails, since a level near 100 percent leaves no digits of them beside 1.
-        const double mean_tail = (100 - mean_) / 200, variance_tail = (100 - variance_) / 200;
-        if (mean_ > 0) t = -probability::student_t_quantile(mean_tail, degrees_of_freedom);
-        if (variance_ > 0) {
-            upper_chi_squared = probability::chi_squared_upper_quantile(variance_tail, degrees_of_freedom);
-            lower_chi_squared = probability::chi_squared_quantile(variance_tail, degrees_of_freedom);
+        const double mean_tail = (100 - mean_level) / 200, variance_tail = (100 - variance_level) / 200;
+        if (mean_level > 0) t = -probability::student_t_quantile(mean_tail, new_degrees_of_freedom);
+        if (variance_level > 0) {
+            upper_chi_squared =
+                probability::chi_squared_upper_quantile(variance_tail, new_degrees_of_freedom);
+            lower_chi_squared = probability::chi_squared_quantile(variance_tail, new_degrees_of_freedom);
         }
+        degrees_of_freedom = new_degrees_of_freedom;
     }
-
-    double t = 0, lower_chi_squared = 0, upper_chi_squared = 0; // NaN where there is none
-
-private:
-    double mean_, variance_;
-    double degrees_of_freedom_ = 0; // none yet: variables with a count of 1 get no intervals
 };
 
 template <class Real> class Finish {
@@ -79,8 +78,7 @@ public:
         if (none_counts) tavik_ermes(warning_immediate, 11067);
         if (none_weighs) tavik_ermes(warning_immediate, 11068);
 
-        IntervalQuantiles quantiles(static_cast<double>(options_.mean_level),
-                                    static_cast<double>(options_.variance_level));
+        thread_local IntervalQuantiles quantiles;
         for (std::size_t j = 0; j < p_; ++j) {
             const double n = of(Moments::count, j);
             const bool counts = n > 1, weighs = !weighted_ || of(Moments::mass, j) >= least_mass;
@@ -102,7 +100,8 @@ public:
 
             const double variance = set_dispersion(j, range), deviation = std::sqrt(variance);
             set_variation(j, deviation, mean);
-            quantiles.prepare(n - 1);
+            quantiles.prepare(static_cast<double>(options_.mean_level),
+                              static_cast<double>(options_.variance_level), n - 1);
             if (options_.mean_level > 0) set_mean_limits(j, mean, deviation, n, quantiles);
             if (options_.variance_level > 0) set_variance_limits(j, variance, n, quantiles);
         }

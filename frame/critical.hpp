@@ -1,5 +1,6 @@
-// The named critical sections that guard process-wide state, one lock each. Plain mutexes rather than OpenMP's critical
-// sections: they are also entered by threads that are ending and by threads that OpenMP did not make.
+// The named critical sections that guard process-wide state, one lock each. Plain mutexes rather than
+// OpenMP's critical sections: they are also entered by threads that are ending and by threads that OpenMP did
+// not make.
 #pragma once
 
 #include <pthread.h>
@@ -23,7 +24,8 @@ inline constinit CriticalSection omp_0;     // joining the error state of worker
 
 } // namespace section
 
-// Runs body alone. No guard object: a trapped signal jumps over this frame, where nothing may need a destructor.
+// Runs body alone. No guard object: a trapped signal jumps over this frame, where nothing may need a
+// destructor.
 template <class Body> void alone_in(CriticalSection &section, const Body &body)
 {
     pthread_mutex_lock(&section.mutex);

@@ -77,9 +77,9 @@ void stop_process(const tavik_error_struct &state)
     std::exit(state.top->type);
 }
 
-// A procedure of the caller's may call the library. Its calls return to the caller's own level, so they report on their
-// own, and what is being reported is put back behind them. It is held by the state, not by the stack, since a trapped
-// signal may jump out of the procedure.
+// A procedure of the caller's may call the library. Its calls return to the caller's own level, so they
+// report on their own, and what is being reported is put back behind them. It is held by the state, not by
+// the stack, since a trapped signal may jump out of the procedure.
 HeldReport *hold_report(tavik_error_struct &state)
 {
     const std::size_t size = std::strlen(state.message) + 1, last_size = std::strlen(state.last_message) + 1;

@@ -1,8 +1,8 @@
 // Fills a thread's message buffer from a template. Text is produced with <charconv>, so that a message reads
 // the same in every locale, and every insertion is measured against the room that is left.
 
-#include "error_format.hpp"
 #include "error.hpp"
+#include "placeholder.hpp"
 
 #include <algorithm>
 #include <charconv>

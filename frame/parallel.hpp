@@ -12,7 +12,8 @@
 namespace tavik {
 
 // Threads that a parallel region may have: the runtime's number; one while signals are trapped, which is for
-// single-threaded use, and one in a child process of fork(), in which the runtime's other threads do not exist.
+// single-threaded use, and one in a child process of fork(), in which the runtime's other threads do not
+// exist.
 int usable_threads();
 
 // Threads for work on `values` numbers that can be cut into `pieces`.

@@ -1,7 +1,7 @@
 // Reading of template placeholders: no dependence on the rest of the frame, since the message compiler uses
 // it too.
 
-#include "error_format.hpp"
+#include "placeholder.hpp"
 
 #include <cstring>
 

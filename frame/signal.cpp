@@ -49,8 +49,8 @@ void give_back(int signal_number)
 extern "C" void handle_signal(int signal_number, siginfo_t *information, void *)
 {
     if (signal_armed != armed) {
-        // Returning repeats a faulting instruction, now under the disposition that the process had. A signal that was
-        // sent does not come by itself again.
+        // Returning repeats a faulting instruction, now under the disposition that the process had. A signal
+        // that was sent does not come by itself again.
         give_back(signal_number);
         if (information->si_code <= 0) raise(signal_number);
         return;

@@ -7,7 +7,8 @@ namespace tavik::probability {
 
 template <class Real> Real chi_squared_quantile(Real p, Real degrees_of_freedom) noexcept;
 
-// The same from the upper tail: the value that is exceeded with probability q. A tail keeps digits that 1 - q has not.
+// The same from the upper tail: the value that is exceeded with probability q. A tail keeps digits that 1 - q
+// has not.
 template <class Real> Real chi_squared_upper_quantile(Real q, Real degrees_of_freedom) noexcept;
 
 } // namespace tavik::probability

@@ -195,7 +195,8 @@ TEST(CertifiedData, ExactDataFarFromZero)
     }
 }
 
-// Two values that lie 1 apart have the variance 1/2 whatever their weights, and the mean is at their share of the weight.
+// Two values that lie 1 apart have the variance 1/2 whatever their weights, and the mean is at their share of
+// the weight.
 TEST(CertifiedData, WeightsOfAnyRatio)
 {
     for (double ratio : {1e-300, 1e-30, 1e-16, 1e-8, 0.3, 1.0, 7.0, 1e8, 1e12, 1e16, 1e30, 1e150}) {
@@ -209,7 +210,8 @@ TEST(CertifiedData, WeightsOfAnyRatio)
     EXPECT_DOUBLE_EQ(s[mean], 2);
 }
 
-// With three values there are two degrees of freedom, whose quantiles have closed forms in the tail probability.
+// With three values there are two degrees of freedom, whose quantiles have closed forms in the tail
+// probability.
 TEST(CertifiedData, LimitsOfEveryLevel)
 {
     const double x[] = {1, 2, 3};

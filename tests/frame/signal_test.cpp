@@ -163,7 +163,8 @@ TEST_F(SignalDeathTest, ASecondThreadMakesEveryCallFail)
     });
 }
 
-// A thread of the OpenMP runtime has a state since it worked for the library, but calls it for the first time only now.
+// A thread of the OpenMP runtime has a state since it worked for the library, but calls it for the first time
+// only now.
 TEST_F(SignalDeathTest, AWorkerThatBecomesACallerIsASecondThread)
 {
     in_child(
