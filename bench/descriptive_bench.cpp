@@ -67,6 +67,7 @@ const bool registered = [] {
         add<int, Peer>(work + "/eigen fused", peer, shape.p, peers::eigen_moments_fused);
         bench::compare(work + "/1 thread", work + "/eigen", shape.at_least);
         bench::compare(work + "/1 thread", work + "/eigen fused", 0);
+        bench::compare(work + "/2 threads", work + "/eigen fused", 0);
         bench::compare(work + "/2 threads", work + "/1 thread", 1.7);
     }
     return true;
