@@ -6,8 +6,8 @@
 // looked for. Refused: a duplicate code, a code or name that is none, an unknown escape, a parameter kind
 // that no format fits, a file too large for the format, and a code that is raised without a message.
 
-#include "placeholder.hpp"
 #include "message_file_format.hpp"
+#include "placeholder.hpp"
 
 #include <algorithm>
 #include <cctype>
