@@ -98,6 +98,7 @@ struct tavik_error_struct {
 
     tavik::ErrorSettings settings;
     tavik::ErrorSettings own_settings; // of a worker thread, while it holds its parent's
+    int forked;                        // it does
     int handler_id;
     int counted; // one of the threads that signal trapping must not meet two of
     const char *type_names[tavik::n_error_types];

@@ -227,7 +227,8 @@ void tavik_error_fork(tavik_error_struct *parent)
     tavik_error_struct &own = *thread_error_state;
     if (!grow_message_buffers(own, parent->capacity)) return;
 
-    own.own_settings = own.settings;
+    if (own.forked == 0) own.own_settings = own.settings;
+    own.forked = 1;
     own.settings = parent->settings;
     own.current_type = parent->current_type;
     own.current_code = parent->current_code;
@@ -245,7 +246,7 @@ void tavik_error_join(tavik_error_struct *parent)
 {
     tavik_error_struct *own = thread_error_state;
     if (parent == nullptr || own == nullptr || own == parent) return;
-    if (own->top == own->stack) return; // the fork found no memory
+    if (own->forked == 0) return; // the fork found no memory
     alone_in(section::omp_0, [=] {
         if (own->top->type <= parent->top->type || !grow_message_buffers(*parent, own->capacity)) return;
         const char *name = parent->top->name;
@@ -260,6 +261,7 @@ void tavik_error_join(tavik_error_struct *parent)
     });
     // The thread is outside the library again: its next call starts from the base with its own settings.
     own->settings = own->own_settings;
+    own->forked = 0;
     own->top = own->stack;
     own->stack[0].type = no_error;
     own->stack[0].code = 0;

@@ -189,6 +189,25 @@ TEST_F(ErrorStack, ForkCopiesTheParentAndJoinKeepsTheMoreSevereError)
         }
 }
 
+// Also outside of any routine; and the worker, who holds other settings of its own, has them back afterwards.
+TEST_F(ErrorStack, ForkAndJoinAtTheBaseOfTheStack)
+{
+    in_thread([] {
+        set(TAVIK_SET_TRACEBACK, 2, 1);
+        tavik_error_struct *parent = tavik_err_init();
+        in_thread([=] {
+            set(TAVIK_SET_TRACEBACK, 1, 1);
+            tavik_error_fork(parent);
+            EXPECT_EQ(get(TAVIK_GET_TRACEBACK, 1) * 10 + get(TAVIK_GET_TRACEBACK, 2), 1);
+            tavik_e1mes(2, 77, "of the worker");
+            tavik_error_join(parent);
+            EXPECT_EQ(get(TAVIK_GET_TRACEBACK, 1) * 10 + get(TAVIK_GET_TRACEBACK, 2), 10);
+        });
+        EXPECT_EQ(tavik_n1rty(0), 2);
+        EXPECT_EQ(tavik_n1rcd(0), 77);
+    });
+}
+
 TEST_F(ErrorStack, ReleasedStateStartsAnew)
 {
     in_thread([] {
