@@ -70,8 +70,8 @@ inline void sweep_strip(const Real *x, std::int64_t rows, std::size_t stride, co
     for (std::int64_t i = 0; i < rows; ++i, x += stride) {
         __builtin_prefetch(x + ahead, 0, second_level);
         for (int k = 0; k < vectors; ++k) {
-            const V v = load(x + 4 * k);
-            const V d = v - load(sums.shift + slot + 4 * k), square = d * d;
+            const V v = load(x + lanes * static_cast<std::size_t>(k));
+            const V d = v - load(sums.shift + slot + lanes * static_cast<std::size_t>(k)), square = d * d;
             s1[k] += d;
             s2[k] += square;
             s3[k] += square * d;

@@ -218,7 +218,7 @@ void l_simple_statistics(int n_observations, int n_variables, const Real *x, Arg
     if (moments.data == nullptr) return;
     if (options.ido <= 1) reset_moments(moments, p);
     if (!accumulate(rows, staged, moments, workspace)) {
-        if (staged) close_series(series);
+        close_series(series);
         return;
     }
     if (staged) weighted = series.weighted = series.weighted || weighted;
@@ -241,7 +241,7 @@ void l_simple_statistics(int n_observations, int n_variables, const Real *x, Arg
         if (options.medians != MedianRows::none) finish.set_medians(medians.center, medians.deviation);
         result = workspace.hand_over(statistics);
     }
-    if (staged) close_series(series);
+    close_series(series);
 }
 
 } // namespace tavik::descriptive

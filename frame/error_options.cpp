@@ -6,7 +6,6 @@
 #include "signal.hpp"
 
 #include <cstdlib>
-#include <type_traits>
 
 using namespace tavik;
 
@@ -44,19 +43,11 @@ void replace_string(char *&kept, const char *value)
     kept = copy;
 }
 
-enum class Pass { check, act };
-
-// The options are read twice: once for unknown codes and null pointers, once to act. So a list with such a
-// fault changes nothing, and a list of any length needs no memory.
 bool l_error_options(OptionReader reader, Pass pass)
 {
     tavik_error_struct &state = error_state();
     ErrorSettings &settings = state.settings;
     const bool act = pass == Pass::act;
-    const auto read_variable = [&](auto *&variable, const char *option) {
-        using Variable = std::remove_reference_t<decltype(*variable)>;
-        variable = act ? reader.pointer_or_null<Variable>() : reader.pointer<Variable>(option);
-    };
     while (const int code = reader.next()) {
         switch (code) {
         case TAVIK_SET_PRINT:
@@ -70,8 +61,8 @@ bool l_error_options(OptionReader reader, Pass pass)
         case TAVIK_GET_STOP:
         case TAVIK_GET_TRACEBACK: {
             const int type = reader.integer();
-            int *flag = nullptr;
-            read_variable(flag, "The flag of TAVIK_GET_PRINT, TAVIK_GET_STOP or TAVIK_GET_TRACEBACK");
+            int *flag =
+                reader.pointer<int>("The flag of TAVIK_GET_PRINT, TAVIK_GET_STOP or TAVIK_GET_TRACEBACK");
             if (act && check_type(type)) *flag = flags_of(settings, code)[type];
             break;
         }
@@ -81,14 +72,12 @@ bool l_error_options(OptionReader reader, Pass pass)
             break;
         }
         case TAVIK_SET_ERROR_FILE: {
-            FILE *stream = nullptr;
-            read_variable(stream, "The stream of TAVIK_SET_ERROR_FILE");
+            FILE *stream = reader.pointer<FILE>("The stream of TAVIK_SET_ERROR_FILE");
             if (act) tavik_umach(-3, &stream);
             break;
         }
         case TAVIK_GET_ERROR_FILE: {
-            FILE **stream = nullptr;
-            read_variable(stream, "The stream of TAVIK_GET_ERROR_FILE");
+            FILE **stream = reader.pointer<FILE *>("The stream of TAVIK_GET_ERROR_FILE");
             if (act) tavik_umach(3, stream);
             break;
         }
@@ -109,8 +98,7 @@ bool l_error_options(OptionReader reader, Pass pass)
             break;
         }
         case TAVIK_ERROR_HANDLER_ID: {
-            int *id = nullptr;
-            read_variable(id, "The variable of TAVIK_ERROR_HANDLER_ID");
+            int *id = reader.pointer<int>("The variable of TAVIK_ERROR_HANDLER_ID");
             if (act) *id = state.handler_id;
             break;
         }
@@ -124,13 +112,8 @@ bool l_error_options(OptionReader reader, Pass pass)
 
 extern "C" void tavik_error_options(int code, ...)
 {
-    ArgumentList list, again;
+    ArgumentList list;
     va_start(list.arguments, code);
-    va_copy(again.arguments, list.arguments);
-    public_call("tavik_error_options", [&](Workspace &) {
-        if (l_error_options(OptionReader(code, list, count_codes), Pass::check))
-            l_error_options(OptionReader(code, again, count_codes), Pass::act);
-    });
-    va_end(again.arguments);
+    public_call("tavik_error_options", [&](Workspace &) { check_then_act(code, list, l_error_options); });
     va_end(list.arguments);
 }

@@ -109,4 +109,18 @@ private:
     bool first_is_named_ = false;
 };
 
+// For lists of any length that act in their order: they are read once for unknown codes and null pointers and, if there
+// are none, once more to act. So a list with such a fault changes nothing, and no list needs memory.
+enum class Pass { check, act };
+
+// The worker walks the list and acts in the pass for that; it returns false when the list is at fault.
+template <class Worker> void check_then_act(int first_code, ArgumentList &list, const Worker &worker)
+{
+    ArgumentList again;
+    va_copy(again.arguments, list.arguments);
+    if (worker(OptionReader(first_code, list, count_codes), Pass::check))
+        worker(OptionReader(first_code, again, count_codes), Pass::act);
+    va_end(again.arguments);
+}
+
 } // namespace tavik

@@ -101,7 +101,8 @@ enum tavik_error_type_value {
 
 /**
  * Prints one error in place of the library's own printer. Called with the error's type and code, the name of
- * the routine that raised it, and the finished message. The strings are valid during the call only.
+ * the routine that raised it, and the finished message. The strings are valid during the call only. The procedure
+ * may call the library; the error that it is told of stays the one that the caller finds afterwards.
  */
 typedef void (*tavik_print_proc)(int type, long code, const char *routine, const char *message);
 

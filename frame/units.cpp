@@ -23,21 +23,22 @@ FILE *&unit(int number)
     return stream;
 }
 
-// Reads the list once for its errors and once, when it is whole, to act on it.
-bool l_output_file(OptionReader reader, bool act)
+bool l_output_file(OptionReader reader, Pass pass)
 {
+    const bool act = pass == Pass::act;
     while (const int code = reader.next()) {
+        const int number = code == TAVIK_SET_OUTPUT_FILE || code == TAVIK_GET_OUTPUT_FILE ? 2 : 3;
         switch (code) {
         case TAVIK_SET_OUTPUT_FILE:
         case TAVIK_SET_ERROR_FILE: {
-            FILE *stream = act ? reader.pointer_or_null<FILE>() : reader.pointer<FILE>("stream");
-            if (act) unit(code == TAVIK_SET_OUTPUT_FILE ? 2 : 3) = stream;
+            FILE *stream = reader.pointer<FILE>("The stream to print on");
+            if (act) unit(number) = stream;
             break;
         }
         case TAVIK_GET_OUTPUT_FILE:
         case TAVIK_GET_ERROR_FILE: {
-            FILE **stream = act ? reader.pointer_or_null<FILE *>() : reader.pointer<FILE *>("stream");
-            if (act) *stream = unit(code == TAVIK_GET_OUTPUT_FILE ? 2 : 3);
+            FILE **stream = reader.pointer<FILE *>("The variable for the stream");
+            if (act) *stream = unit(number);
             break;
         }
         default: reader.unknown(103); return false;
@@ -64,14 +65,9 @@ void tavik_umach(int n, FILE **stream)
 
 void tavik_output_file(int code, ...)
 {
-    ArgumentList list, again;
+    ArgumentList list;
     va_start(list.arguments, code);
-    va_copy(again.arguments, list.arguments);
-    public_call("tavik_output_file", [&](Workspace &) {
-        if (l_output_file(OptionReader(code, list, count_codes), false))
-            l_output_file(OptionReader(code, again, count_codes), true);
-    });
-    va_end(again.arguments);
+    public_call("tavik_output_file", [&](Workspace &) { check_then_act(code, list, l_output_file); });
     va_end(list.arguments);
 }
 
