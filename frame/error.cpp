@@ -66,12 +66,6 @@ void unwind_to(tavik_error_struct &state, const char *name)
 
 } // namespace
 
-void clear_message(tavik_error_struct &state)
-{
-    state.message[0] = '\0';
-    state.message_end = state.message;
-}
-
 void stop_process(const tavik_error_struct &state)
 {
     std::exit(state.top->type);

@@ -10,7 +10,11 @@ namespace tavik {
 // Fills the message buffer from a template and its parameters; see error_format.cpp.
 void format_message(tavik_error_struct &state, const char *message_template);
 
-void clear_message(tavik_error_struct &state);
+inline void clear_message(tavik_error_struct &state)
+{
+    state.message[0] = '\0';
+    state.message_end = state.message;
+}
 
 // Ends the process with the type of the top entry as exit status.
 [[noreturn]] void stop_process(const tavik_error_struct &state);

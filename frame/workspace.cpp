@@ -48,7 +48,7 @@ void Workspace::forget(void *result)
     std::replace(results_, results_ + n_results_, result, static_cast<void *>(nullptr));
 }
 
-void Workspace::release()
+void Workspace::release_all()
 {
     while (work_ != nullptr) {
         Block *next = work_->next;

@@ -37,7 +37,10 @@ public:
         return result;
     }
 
-    void release();
+    void release()
+    {
+        if (work_ != nullptr || n_results_ > 0) release_all();
+    }
 
 private:
     enum class Use { work, result };
@@ -48,6 +51,7 @@ private:
 
     void *take(std::size_t n, std::size_t element_size, const char *governed_by, Use use);
     void forget(void *result);
+    void release_all();
 
     Block *work_;
     void *results_[most_results];
