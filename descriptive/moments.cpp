@@ -1,5 +1,6 @@
 #include "moments.hpp"
 #include "frame/precision.hpp"
+#include "frame/processor.hpp"
 
 #include <algorithm>
 
@@ -7,9 +8,7 @@ namespace tavik::descriptive {
 
 const MomentKernels &moment_kernels()
 {
-    static const MomentKernels &chosen = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")
-                                             ? avx2_moment_kernels
-                                             : baseline_moment_kernels;
+    static const MomentKernels &chosen = processor_has_avx2() ? avx2_moment_kernels : baseline_moment_kernels;
     return chosen;
 }
 
