@@ -6,7 +6,7 @@
 // 0.501 there and 0.500 in float.
 #include "probability/chi_squared_quantile.hpp"
 
-#include "probability/normal_quantile.hpp"
+#include "probability/normal_quantile_wide.hpp"
 #include "probability/quantile_solver.hpp"
 
 namespace tavik::probability {
@@ -36,7 +36,8 @@ Wide x_of_nearly_normal(Tails tails, Wide a)
     static constexpr Wide eps2[] = {-7 / 405.0L,        -7 / 2592.0L,     533 / 204120.0L,
                                     -1579 / 2099520.0L, 109 / 1749600.0L, 10217 / 251942400.0L};
     static constexpr Wide eps3[] = {449 / 102060.0L, -63149 / 20995200.0L};
-    const Wide z = tails.lower < 0.5L ? normal_quantile(tails.lower) : -normal_quantile(tails.upper);
+    const Wide z =
+        tails.lower < 0.5L ? normal_quantile_wide(tails.lower) : -normal_quantile_wide(tails.upper);
     const Wide eta0 = z / std::sqrt(a);
     const Wide by_a[] = {eta0, polynomial(eps1, eta0), polynomial(eps2, eta0), polynomial(eps3, eta0)};
     const Wide eta = polynomial(by_a, 1 / a);

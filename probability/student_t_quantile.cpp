@@ -6,7 +6,7 @@
 // place of double, so the largest found is 0.501 there and 0.500 in float.
 #include "probability/student_t_quantile.hpp"
 
-#include "probability/normal_quantile.hpp"
+#include "probability/normal_quantile_wide.hpp"
 #include "probability/quantile_solver.hpp"
 
 #include <algorithm>
@@ -23,7 +23,7 @@ Wide odds_of_nearly_normal(Wide p, Wide nu)
     static constexpr Wide eps1[] = {1 / 4.0L, -1 / 48.0L, 0, 1 / 5760.0L};
     static constexpr Wide eps2[] = {1 / 32.0L, -5 / 192.0L, 7 / 2560.0L};
     static constexpr Wide eps3[] = {-5 / 128.0L};
-    const Wide eta0 = normal_quantile(p) / std::sqrt(nu), s = eta0 * eta0;
+    const Wide eta0 = normal_quantile_wide(p) / std::sqrt(nu), s = eta0 * eta0;
     const Wide by_nu[] = {1, polynomial(eps1, s), polynomial(eps2, s), polynomial(eps3, s)};
     const Wide eta = eta0 * polynomial(by_nu, 1 / nu);
     return std::expm1(eta * eta);
@@ -101,7 +101,8 @@ template <class Real> Real student_t_quantile(Real p, Real degrees_of_freedom) n
 {
     const Wide nu = degrees_of_freedom;
     if (!(p >= 0 && p <= 1 && nu > 0)) return std::numeric_limits<Real>::quiet_NaN();
-    if (p == 0 || p == 1 || p == Real(0.5) || std::isinf(nu)) return normal_quantile(p);
+    if (p == 0 || p == 1 || p == Real(0.5) || std::isinf(nu))
+        return static_cast<Real>(normal_quantile_wide(p));
     const Real t = static_cast<Real>(std::sqrt(nu * odds(p, nu)));
     return p < Real(0.5) ? -t : t;
 }

@@ -1,15 +1,20 @@
 // Quantiles of the normal, Student t and chi-squared distributions: a high-precision table, closed forms,
 // order and symmetry, and the edges of the domain. Every bound is in units in the last place of the element
 // type.
+#include "frame/processor.hpp"
 #include "probability/chi_squared_quantile.hpp"
 #include "probability/normal_quantile.hpp"
+#include "probability/normal_quantile_wide.hpp"
 #include "probability/student_t_quantile.hpp"
 #include "quantile_reference.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <gtest/gtest.h>
 #include <limits>
+#include <random>
 #include <vector>
 
 namespace {
@@ -18,26 +23,29 @@ using namespace tavik::probability;
 
 // Rounding alone costs 0.5.
 constexpr long double bound = 0.52L;
+template <class Real> constexpr long double normal_bound = sizeof(Real) == sizeof(float) ? 0.52L : 1.8L;
 
 template <class Real> struct Quantile : testing::Test {
     using Limits = std::numeric_limits<Real>;
 
-    static void expect_near(Real actual, long double due, long double p, long double nu)
+    static void expect_near(Real actual, long double due, long double p, long double nu,
+                            long double most = bound)
     {
         const int exponent = std::max(std::ilogb(due), Limits::min_exponent - 1) - Limits::digits + 1;
         if (std::fabs(due) > Limits::max())
             EXPECT_EQ(actual, std::copysign(Limits::infinity(), static_cast<Real>(due)))
                 << "p " << p << ", df " << nu;
         else
-            EXPECT_LE(std::fabs(actual - due), std::ldexp(bound, exponent))
+            EXPECT_LE(std::fabs(actual - due), std::ldexp(most, exponent))
                 << "p " << p << ", df " << nu << ": got " << actual << ", due " << due;
     }
 
-    template <std::size_t N, class Function> static void expect_rows(const QuantileRow (&rows)[N], Function f)
+    template <std::size_t N, class Function>
+    static void expect_rows(const QuantileRow (&rows)[N], Function f, long double most = bound)
     {
         for (const auto &[p, nu, due] : rows)
             if (static_cast<Real>(p) == p && static_cast<Real>(nu) == nu)
-                expect_near(f(static_cast<Real>(p), static_cast<Real>(nu)), due, p, nu);
+                expect_near(f(static_cast<Real>(p), static_cast<Real>(nu)), due, p, nu, most);
     }
 
     // From the smallest number to the last one below 1, dense at both ends and about 1/2, in order.
@@ -58,7 +66,10 @@ TYPED_TEST_SUITE(Quantile, Precisions);
 
 TYPED_TEST(Quantile, AgreesWithHighPrecision)
 {
-    this->expect_rows(normal_rows, [](TypeParam p, TypeParam) { return normal_quantile(p); });
+    this->expect_rows(
+        normal_rows, [](TypeParam p, TypeParam) { return normal_quantile(p); }, normal_bound<TypeParam>);
+    this->expect_rows(normal_rows,
+                      [](TypeParam p, TypeParam) { return static_cast<TypeParam>(normal_quantile_wide(p)); });
     this->expect_rows(student_t_rows, student_t_quantile<TypeParam>);
     this->expect_rows(chi_squared_rows, chi_squared_quantile<TypeParam>);
 }
@@ -135,12 +146,102 @@ TYPED_TEST(Quantile, HoldsAtTheEdges)
     }
     EXPECT_EQ(normal_quantile(Real(0)), -inf);
     EXPECT_EQ(normal_quantile(Real(1)), inf);
+    EXPECT_EQ(normal_quantile(Real(0.5)), 0);
+    EXPECT_FALSE(std::signbit(normal_quantile(Real(0.5))));
     for (const Real p : this->probabilities()) {
-        for (const Real nu : {most, inf}) EXPECT_EQ(student_t_quantile(p, nu), normal_quantile(p)) << p;
+        for (const Real nu : {most, inf})
+            EXPECT_EQ(student_t_quantile(p, nu), static_cast<Real>(normal_quantile_wide(p))) << p;
         EXPECT_EQ(chi_squared_quantile(p, most), most) << p;
         EXPECT_EQ(chi_squared_quantile(p, inf), inf) << p;
         EXPECT_EQ(chi_squared_quantile(p, least), 0) << p;
         EXPECT_EQ(student_t_quantile(p, least), p < Real(0.5) ? -inf : p > Real(0.5) ? inf : 0) << p;
+    }
+}
+
+template <class Real> struct NormalQuantile : Quantile<Real> {
+    using Bits = std::conditional_t<sizeof(Real) == sizeof(float), std::uint32_t, std::uint64_t>;
+
+    static auto kernel(const NormalQuantileKernels &level)
+    {
+        if constexpr (sizeof(Real) == sizeof(float)) return level.f;
+        else return level.d;
+    }
+
+    static Real uniform()
+    {
+        static std::mt19937_64 bits(20);
+        return std::ldexp(static_cast<Real>(bits() >> (64 - std::numeric_limits<Real>::digits)),
+                          -std::numeric_limits<Real>::digits);
+    }
+
+    // All regimes and, densely, where one hands over to the next; some invalid ones.
+    static std::vector<Real> mixture(int n)
+    {
+        using Limits = std::numeric_limits<Real>;
+        std::vector<Real> p = {0, 1, Real(-0.0), -1, 2, Limits::quiet_NaN(), Limits::infinity(), Real(0.5)};
+        for (int k = 0; k < n; ++k) {
+            const Real u = uniform(), v = uniform();
+            for (const Real x : {u, std::ldexp(u, static_cast<int>(v * Limits::min_exponent * Real(1.1))),
+                                 Real(0.5) - std::ldexp(u, static_cast<int>(-v * Limits::digits)),
+                                 1 - std::ldexp(u, static_cast<int>(-v * Limits::digits)),
+                                 std::ldexp(1 + (u - Real(0.5)) / 64, -static_cast<int>(1 + v * 15)),
+                                 Real(0.25) * u, Real(21.0 / 512) + (u - Real(0.5)) / 64})
+                p.push_back(x);
+        }
+        return p;
+    }
+
+    static void expect_same_bits(Real a, Real b, Real p)
+    {
+        EXPECT_EQ(std::bit_cast<Bits>(a), std::bit_cast<Bits>(b)) << p << ": " << a << ", " << b;
+    }
+};
+TYPED_TEST_SUITE(NormalQuantile, Precisions);
+
+TYPED_TEST(NormalQuantile, AgreesWithWiderApproximation)
+{
+    for (const TypeParam p : this->mixture(100'000))
+        if (p > 0 && p < 1)
+            this->expect_near(normal_quantile(p), normal_quantile_wide(p), p, 0, normal_bound<TypeParam>);
+}
+
+TYPED_TEST(NormalQuantile, HasTheSameBitsEverywhere)
+{
+    using Real = TypeParam;
+    const std::vector<Real> p = this->mixture(3000);
+    std::vector<Real> z(p.size());
+    const auto expect_scalar = [&](std::size_t from, std::size_t n) {
+        for (std::size_t i = from; i < from + n; ++i)
+            this->expect_same_bits(z[i], normal_quantile(p[i]), p[i]);
+    };
+    for (const NormalQuantileKernels *level :
+         {&baseline_normal_quantile_kernels, &avx2_normal_quantile_kernels}) {
+        if (level == &avx2_normal_quantile_kernels && !tavik::processor_has_avx2()) continue;
+        this->kernel (*level)(p.data(), z.data(), p.size());
+        expect_scalar(0, p.size());
+        for (std::size_t n = 0; n < 40; ++n) { // at every offset in a vector; nothing beyond is touched
+            const std::size_t from = n * 131 % 64;
+            std::fill(z.begin(), z.end(), Real(7));
+            this->kernel (*level)(p.data() + from, z.data() + from, n);
+            expect_scalar(from, n);
+            EXPECT_EQ(std::count(z.begin(), z.end(), Real(7)), static_cast<std::ptrdiff_t>(z.size() - n));
+        }
+    }
+    z = p;
+    normal_quantiles(z.data() + 1, z.data() + 1, z.size() - 1);
+    expect_scalar(1, z.size() - 1);
+    normal_quantiles(static_cast<const Real *>(nullptr), static_cast<Real *>(nullptr), 0);
+}
+
+TEST(NormalQuantileOfFloat, IsAccurateAndNeverDecreases)
+{
+    float last = -std::numeric_limits<float>::infinity();
+    for (std::uint32_t bits = 1; bits < std::bit_cast<std::uint32_t>(1.0f); bits += 1009) {
+        const auto p = std::bit_cast<float>(bits);
+        const float z = normal_quantile(p);
+        NormalQuantile<float>::expect_near(z, normal_quantile_wide(p), p, 0, normal_bound<float>);
+        EXPECT_GE(z, last) << p;
+        last = z;
     }
 }
 
