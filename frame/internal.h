@@ -21,6 +21,8 @@ typedef struct {
 /* The calling thread's error state; see error_struct.hpp. */
 struct tavik_error_struct;
 
+struct random_common_structure;
+
 /* ---- Raising errors ------------------------------------------------------------------------------------- */
 
 /* Enter and leave a routine. The name is stored, not copied: pass a string literal. */
@@ -97,6 +99,26 @@ extern TAVIK_API const float tavik_F_NUMBER[12];
 extern TAVIK_API const double tavik_D_NUMBER[12];
 extern TAVIK_API const tavik_c_complex tavik_C_NUMBER[2];
 extern TAVIK_API const tavik_z_complex tavik_Z_NUMBER[2];
+
+/* ---- Random numbers ---------------------------------------------------------------------------------------- */
+
+/* n >= 1 uniform deviates from the calling thread's generator. */
+TAVIK_API void tavik_rnun(int n, float *r);
+TAVIK_API void tavik_drnun(int n, double *r);
+
+/* Set up the generator's state; then code -1 marks it as seeded, 0 seeds it from the clock unless it is seeded,
+   and 1 to 9 select a generator. */
+TAVIK_API void tavik_r1int(int code);
+
+/* The seed that the clock gives now. */
+TAVIK_API void tavik_r1clk(int *seed);
+
+/* Fill the shuffle table from the seed. */
+TAVIK_API void tavik_r1ins(void);
+TAVIK_API void tavik_dr1ins(void);
+
+/* The calling thread's generator state; see random/generator_state.hpp. Null, with an error, without memory. */
+TAVIK_API struct random_common_structure *tavik_get_random_common_structure(void);
 
 #ifdef __cplusplus
 }

@@ -18,8 +18,8 @@
  *   - A routine that cannot finish returns NULL (or 0), and nothing stays allocated. What went wrong is printed
  *     and kept: see tavik_error_type, tavik_error_code, tavik_error_message. By default an error of type 4, 5 or
  *     8 ends the process with the type as exit status; tavik_error_options changes that.
- *   - All state (errors, units, page size, staged computations) belongs to the calling thread, so any number of
- *     threads may call any routine at the same time. State frees itself when its thread ends.
+ *   - All state (errors, units, page size, staged computations, random generators) belongs to the calling thread,
+ *     so any number of threads may call any routine at the same time. State frees itself when its thread ends.
  *
  * Errors named below as "5, 603" are type 5, code 603. Errors that every routine may raise are not repeated:
  * 5, 11001 (5, 103 in the frame's own routines) for an unknown option code, 5, 150 for a NULL pointer where an
@@ -29,6 +29,7 @@
 #define TAVIKSTAT_H
 
 #include <stddef.h>
+#include <stdint.h>
 #include <stdio.h>
 
 #if defined(__GNUC__)
@@ -76,8 +77,14 @@ enum tavik_option {
     TAVIK_MISSING_ELEMENTWISE = 18010,
     TAVIK_MISSING_MODE_1 = 18011,
     TAVIK_MISSING_LISTWISE = 18011,
+    TAVIK_MEAN = 20410,
+    TAVIK_MEAN_ADR = 20415,
+    TAVIK_VARIANCE = 20420,
+    TAVIK_VARIANCE_ADR = 20425,
+    TAVIK_ACCEPT_REJECT = 20430,
     TAVIK_IDO = 20440,
     TAVIK_ERROR_HANDLER_ID = 50000,
+    TAVIK_ZIGGURAT = 50629,
     TAVIK_GET_SINGLE_THREADED_LINEAR_ALGEBRA = 50633,
     TAVIK_SET_SINGLE_THREADED_LINEAR_ALGEBRA = 50634,
     TAVIK_SET_FUNCTIONS_THREAD_SAFE = 50741,
@@ -431,6 +438,240 @@ TAVIK_API double tavik_ctime(void);
  */
 TAVIK_API float *tavik_f_simple_statistics(int n_observations, int n_variables, const float x[], ...);
 TAVIK_API double *tavik_d_simple_statistics(int n_observations, int n_variables, const double x[], ...);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Random numbers
+ *
+ * Every thread has a generator of its own, with its own seed and tables; nothing is shared, and nothing is
+ * locked. All random routines draw from it. A stream depends on the generator and its seed or tables alone: not
+ * on how draws are cut into calls, on the processor, or on the number of threads. (One exception: in a thread
+ * whose very first random call is tavik_random_option(7), generator 7 in double scales by 2^-31, in others by
+ * 1/(2^31 - 1), and first fills of shuffle tables likewise. To repeat a stream, begin in the same way.)
+ *
+ *   generator  kind                                                             period    saved and restored by
+ *   1, 3, 5    multiplicative congruential, modulus 2^31 - 1, multipliers       2^31 - 2  seed
+ *              16807, 397204094, 950706376
+ *   2, 4, 6    the same, shuffled through a table of 128 slots                  -         seed and shuffle table
+ *   7          GFSR (feedback shift register), lags 1563 and 96                 > 2^520   GFSR table
+ *   8          Mersenne Twister MT19937                                         2^19937-1 MT32 table
+ *   9          Mersenne Twister MT19937-64                                      2^19937-1 MT64 table
+ *
+ * Generator 1 is selected at first, for repeatability with programs that use it. Prefer 8 or 9 for new work:
+ * the small periods of 1 to 6 fail demanding tests (see docs/random.md). A thread that draws without a seed
+ * takes one from the clock, in seconds, so threads that start together get the same stream: seed them.
+ *
+ * State lives until its thread ends or calls tavik_free_allocated_memory. After fork(), parent and child go on
+ * with the same stream: seed the child. Sources: Lewis, Goodman, Miller 1969; Fishman, Moore 1986
+ * (multipliers); Bays, Durham 1976 (shuffling; here the slot is given by the low 7 bits of the new residue);
+ * Fushimi 1990 (GFSR); Matsumoto, Nishimura 1998; Nishimura 2000 (twisters).
+ * --------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Selects the calling thread's generator.
+ *
+ * @param generator_option  1 to 9, as in the table above.
+ *
+ * Seed, tables and twister states stay as they are: a generator that was used before goes on where it was, and
+ * the shuffle table that generator 2 filled serves generators 4 and 6, too, until it is set.
+ *
+ * Errors: 5, 602 `generator_option` outside 1 to 9; the generator stays selected.
+ */
+TAVIK_API void tavik_random_option(int generator_option);
+
+/** The number of the calling thread's generator, 1 to 9. */
+TAVIK_API int tavik_random_option_get(void);
+
+/**
+ * Sets the seed of the calling thread.
+ *
+ * @param seed  1 to 2147483646; 0 takes the time of day. Others are ignored, without an error.
+ *
+ * Generators 1 to 6 continue from it. Tables (generators 2, 4, 6, 7) and twister states (8, 9) that exist are
+ * not made anew: to start these anew from a seed, mark them unfilled with their ..._table_set routine.
+ *
+ *     tavik_random_option(9);
+ *     tavik_random_seed_set(20261121);
+ *     double *u = tavik_d_random_uniform(1000, 0);
+ */
+TAVIK_API void tavik_random_seed_set(int seed);
+
+/**
+ * The current seed of the calling thread, taken from the clock first if it has none. For generators 1, 3 and 5
+ * it is the state of the recursion, so setting it again later repeats or continues the stream. Generator 7
+ * overwrites it with its last word; 8 and 9 leave it alone.
+ */
+TAVIK_API int tavik_random_seed_get(void);
+
+/**
+ * The seed with which the selected generator would go on after 100,000 deviates from a given seed: the start of
+ * the next substream.
+ *
+ * @param seed  the seed at which a substream starts. The state of the thread is neither used nor changed.
+ * @return the seed of the next one; after an error `seed`.
+ *
+ * Errors: 5, 65100 generator 2, 4 or 6; 5, 65101 generator 7, 8 or 9: these have no substream seeds.
+ *
+ *     int seed = 1;                                      // thread k gets its own 100,000 deviates
+ *     for (int k = 0; k < my_number; ++k) seed = tavik_random_substream_seed_get(seed);
+ *     tavik_random_seed_set(seed);
+ */
+TAVIK_API int tavik_random_substream_seed_get(int seed);
+
+/**
+ * Uniform deviates on (0, 1) from the calling thread's generator.
+ *
+ * @param n_random  number of deviates, at least 1.
+ *
+ * Options: TAVIK_RETURN_USER, float * / double *   array of n_random elements for the result
+ *
+ * @return n_random deviates: a new array, or the array of TAVIK_RETURN_USER. NULL after an error.
+ *
+ * The ends of the interval are reached, rarely: generator 9 gives multiples of 2^-53, so 0 once in 2^53 draws.
+ * In float, generators 8 and 9 round to the nearest number, which is 1 once in 2^25 draws; so can the 128
+ * numbers be that a float shuffle table is filled with. Generator 7 in double gives 1 once in 2^30 draws,
+ * unless it is what the thread selected first. Generators 1 to 6 give 0 after two kinds of misuse only: from
+ * the seed 2147483647, which generator 7 can leave behind (set a seed when you turn from 7 to these), and from
+ * a shuffle table that was asked for while a generator without shuffling was selected (see
+ * tavik_d_random_table_get).
+ *
+ * Errors: 5, 603 `n_random` below 1.
+ *
+ *     double u[1000];
+ *     tavik_d_random_uniform(1000, TAVIK_RETURN_USER, u, 0);
+ */
+TAVIK_API float *tavik_f_random_uniform(int n_random, ...);
+TAVIK_API double *tavik_d_random_uniform(int n_random, ...);
+
+/**
+ * Integers that are uniform on 1 to k.
+ *
+ * @param n_random  number of integers, at least 1.
+ * @param k         upper end, at least 1.
+ *
+ * Options: TAVIK_RETURN_USER, int *   array of n_random elements for the result
+ *
+ * @return n_random integers: a new array, or the array of TAVIK_RETURN_USER. NULL after an error.
+ *
+ * Both variants take one float uniform u for each integer, the integer part of k u + 1 in float arithmetic. So
+ * integers beyond 2^24 are not all reached.
+ *
+ * Errors: 5, 603 `n_random` or `k` below 1.
+ *
+ *     int *dice = tavik_d_random_uniform_discrete(100, 6, 0);
+ */
+TAVIK_API int *tavik_f_random_uniform_discrete(int n_random, int k, ...);
+TAVIK_API int *tavik_d_random_uniform_discrete(int n_random, int k, ...);
+
+/**
+ * Normal deviates from the uniforms of the calling thread's generator.
+ *
+ * @param n_random  number of deviates, at least 1.
+ *
+ * Options:
+ *   TAVIK_RETURN_USER, float * / double *         array of n_random elements for the result
+ *   TAVIK_MEAN, double mean                       default 0
+ *   TAVIK_MEAN_ADR, float * / double *mean        the same, read through a pointer
+ *   TAVIK_VARIANCE, double variance               greater than 0; default 1. Infinity gives infinite
+ *                                                 deviates
+ *   TAVIK_VARIANCE_ADR, float * / double *        the same, read through a pointer
+ *   TAVIK_ACCEPT_REJECT                           method of Kinderman and Ramage (1976)
+ *   TAVIK_ZIGGURAT                                ziggurat of Marsaglia and Tsang (2000), 128 layers: the fastest
+ * Without a method, or with the last one given when there are several: inversion, which takes one uniform for
+ * each deviate and is the only one that keeps their order and correlations. The methods give different streams.
+ *
+ * @return n_random deviates: a new array, or the array of TAVIK_RETURN_USER. NULL after an error, but after
+ * 5, 20457 the array of TAVIK_RETURN_USER, which is then unchanged.
+ *
+ * Kinderman and Ramage's constants have eight digits in both variants, so the density of these deviates is
+ * right to about 1e-8; the ziggurat's tail begins 1.4e-5 inside of the base strip's end. Both are fixed by
+ * saved streams. Inversion is accurate to 2 units in the last place. A uniform that is exactly 0 or 1 (see
+ * tavik_d_random_uniform) is taken as 2^-53 or as the last number below 1, so deviates are finite. Long runs
+ * are inverted on several threads; all uniforms are drawn by the calling thread, so the result does not depend
+ * on their number. Deviates have the same bits on every processor.
+ *
+ * Errors: 5, 603 `n_random` below 1; 5, 20457 the variance is not greater than 0.
+ *
+ *     double *z = tavik_d_random_normal(1000, TAVIK_MEAN, 100.0, TAVIK_VARIANCE, 225.0, TAVIK_ZIGGURAT, 0);
+ */
+TAVIK_API float *tavik_f_random_normal(int n_random, ...);
+TAVIK_API double *tavik_d_random_normal(int n_random, ...);
+
+/**
+ * Save and restore the shuffle table of generators 2, 4 and 6. Float and double draws have tables of their own;
+ * save the one that the program draws with, and the seed.
+ *
+ * @param table  get: address of a pointer that receives a new array of 128 elements; it is not used, and may be
+ *               NULL, with TAVIK_RETURN_USER. A table that is not filled yet is filled from the seed first;
+ *               with a generator that does not shuffle, it stays as it is (all 0 in a new thread) and counts as
+ *               filled.
+ *               set: 128 numbers between 0 and 1, exclusive; or any array whose first element is 0 or negative,
+ *               which marks the table as unfilled, so that the next draw fills it from the seed.
+ *
+ * Options of get: TAVIK_RETURN_USER, float * / double *   array of 128 elements for the copy
+ *
+ * Errors: 5, 11031 a value that is not between 0 and 1; the values before it are in the table.
+ *
+ *     double *table;
+ *     int seed = tavik_random_seed_get();
+ *     tavik_d_random_table_get(&table, 0);
+ *     ...
+ *     tavik_random_seed_set(seed);
+ *     tavik_d_random_table_set(table);
+ */
+TAVIK_API void tavik_f_random_table_get(float **table, ...);
+TAVIK_API void tavik_d_random_table_get(double **table, ...);
+TAVIK_API void tavik_f_random_table_set(const float table[]);
+TAVIK_API void tavik_d_random_table_set(const double table[]);
+
+/**
+ * Save and restore the table of generator 7.
+ *
+ * @param table  get: address of a pointer that receives a new array of 1565 elements, 1563 words and two
+ *               positions; it is not used, and may be NULL, with TAVIK_RETURN_USER. A table that is not built yet
+ *               is built from the seed first.
+ *               set: such a table, its words at least 1 and its positions 1 to 1563; or any array whose first
+ *               element is less than 1, which marks the table as unbuilt, so that the next draw builds it from
+ *               the seed.
+ *
+ * Options of get: TAVIK_RETURN_USER, int *   array of 1565 elements for the copy
+ *
+ * Errors: 5, 65102 a word or position outside these ranges; the words before it are in the table, the positions
+ * are unchanged.
+ */
+TAVIK_API void tavik_random_GFSR_table_get(int **table, ...);
+TAVIK_API void tavik_random_GFSR_table_set(const int table[]);
+
+/**
+ * Seed generator 8 (MT32) or 9 (MT64) from a key, by the initialisation that the twisters' authors published for
+ * arrays. This does not select the generator.
+ *
+ * @param key_length  length of the key, at least 2. With 1 the routine does nothing, and raises nothing.
+ * @param key         the key.
+ *
+ * Errors: 5, 603 `key_length` below 1.
+ *
+ *     uint32_t key[] = {0x123, 0x234, 0x345, 0x456};
+ *     tavik_random_MT32_init(4, key);
+ *     tavik_random_option(8);
+ */
+TAVIK_API void tavik_random_MT32_init(int key_length, const uint32_t key[]);
+TAVIK_API void tavik_random_MT64_init(int key_length, const uint64_t key[]);
+
+/**
+ * Save and restore the state of generator 8 (MT32) or 9 (MT64).
+ *
+ * @param table  get: address of a pointer that receives a new array of 625 (MT64: 313) elements, the index of
+ *               the next word and the words of the state; it is not used, and may be NULL, with
+ *               TAVIK_RETURN_USER. A state that does not exist yet is made from the seed first.
+ *               set: such a table. An index of 625 (313) makes the next draw seed the state anew; a greater one
+ *               discards the state, to the same effect.
+ *
+ * Options of get: TAVIK_RETURN_USER, uint32_t * / uint64_t *   array of 625 / 313 elements for the copy
+ */
+TAVIK_API void tavik_random_MT32_table_get(uint32_t **table, ...);
+TAVIK_API void tavik_random_MT32_table_set(const uint32_t table[]);
+TAVIK_API void tavik_random_MT64_table_get(uint64_t **table, ...);
+TAVIK_API void tavik_random_MT64_table_set(const uint64_t table[]);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,15 @@
+#include "random_uniform.hpp"
+
+using namespace tavik;
+
+extern "C" double *tavik_d_random_uniform(int n_random, ...)
+{
+    ArgumentList list;
+    va_start(list.arguments, n_random);
+    double *result =
+        public_call<double *>("tavik_d_random_uniform", [&](Workspace &workspace, double *&deviates) {
+            random::l_random_uniform(n_random, list, workspace, deviates);
+        });
+    va_end(list.arguments);
+    return result;
+}
