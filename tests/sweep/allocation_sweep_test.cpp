@@ -54,6 +54,32 @@ double d[] = {1, 2, 3, 4, 5, 6}, d_mass[] = {1, 2, 1};
 float f[] = {1, 2, 3, 4, 5, 6}, f_mass[] = {1, 2, 1};
 char text[] = "./";
 int number = 80;
+const int zero = 0;
+const float zero_f = 0;
+const double zero_d = 0;
+const std::uint32_t no_twister_32[] = {626}, twister_32[625] = {}, key_32[2] = {};
+const std::uint64_t no_twister_64[] = {314}, twister_64[313] = {}, key_64[2] = {};
+
+// What a routine of random numbers that gives a table allocates.
+template <class T, class Get> std::function<void *()> table_of(Get get)
+{
+    return [=] {
+        T *table = nullptr;
+        get(&table, 0);
+        return static_cast<void *>(table);
+    };
+}
+
+// With a twister that must be made first; its state stays.
+template <class Call> std::function<void *()> with_new_twister(int generator, Call call)
+{
+    return [=] {
+        tavik_random_MT32_table_set(no_twister_32);
+        tavik_random_MT64_table_set(no_twister_64);
+        tavik_random_option(generator);
+        return call();
+    };
+}
 
 const std::vector<Case> &cases()
 {
@@ -64,6 +90,16 @@ const std::vector<Case> &cases()
         {"tavik_d_aligned_malloc", [] { return tavik_d_aligned_malloc(3, 5); }, Without::null},
         {"tavik_d_machine", done([] { tavik_d_machine(4); })},
         {"tavik_d_omp_roundup", done([] { tavik_d_omp_roundup(9); })},
+        {"tavik_d_random_normal", [] { return tavik_d_random_normal(3, 0); }},
+        {"tavik_d_random_normal", [] { return tavik_d_random_normal(3, TAVIK_ZIGGURAT, 0); }},
+        {"tavik_d_random_table_get", table_of<double>(tavik_d_random_table_get)},
+        {"tavik_d_random_table_set", done([] { tavik_d_random_table_set(&zero_d); })},
+        {"tavik_d_random_uniform", [] { return tavik_d_random_uniform(3, 0); }},
+        {"tavik_d_random_uniform", with_new_twister(8, [] { return tavik_d_random_uniform(3, 0); }),
+         Without::error, 1},
+        {"tavik_d_random_uniform", with_new_twister(9, [] { return tavik_d_random_uniform(3, 0); }),
+         Without::error, 1},
+        {"tavik_d_random_uniform_discrete", [] { return tavik_d_random_uniform_discrete(3, 6, 0); }},
         {"tavik_d_simple_statistics", [] { return tavik_d_simple_statistics(3, 2, d, 0); }},
         {"tavik_d_simple_statistics",
          [] {
@@ -89,6 +125,16 @@ const std::vector<Case> &cases()
         {"tavik_f_aligned_malloc", [] { return tavik_f_aligned_malloc(3, 5); }, Without::null},
         {"tavik_f_machine", done([] { tavik_f_machine(4); })},
         {"tavik_f_omp_roundup", done([] { tavik_f_omp_roundup(9); })},
+        {"tavik_f_random_normal", [] { return tavik_f_random_normal(3, 0); }},
+        {"tavik_f_random_normal", [] { return tavik_f_random_normal(3, TAVIK_ZIGGURAT, 0); }},
+        {"tavik_f_random_table_get", table_of<float>(tavik_f_random_table_get)},
+        {"tavik_f_random_table_set", done([] { tavik_f_random_table_set(&zero_f); })},
+        {"tavik_f_random_uniform", [] { return tavik_f_random_uniform(3, 0); }},
+        {"tavik_f_random_uniform", with_new_twister(8, [] { return tavik_f_random_uniform(3, 0); }),
+         Without::error, 1},
+        {"tavik_f_random_uniform", with_new_twister(9, [] { return tavik_f_random_uniform(3, 0); }),
+         Without::error, 1},
+        {"tavik_f_random_uniform_discrete", [] { return tavik_f_random_uniform_discrete(3, 6, 0); }},
         {"tavik_f_simple_statistics", [] { return tavik_f_simple_statistics(3, 2, f, 0); }},
         {"tavik_f_simple_statistics",
          [] {
@@ -119,6 +165,25 @@ const std::vector<Case> &cases()
         {"tavik_omp_options", done([] { tavik_omp_options(TAVIK_GET_FUNCTIONS_THREAD_SAFE, &number, 0); })},
         {"tavik_output_file", done([] { tavik_output_file(TAVIK_SET_OUTPUT_FILE, stdout, 0); })},
         {"tavik_page", done([] { tavik_page(1, &number); })},
+        {"tavik_random_GFSR_table_get", table_of<int>(tavik_random_GFSR_table_get)},
+        {"tavik_random_GFSR_table_set", done([] { tavik_random_GFSR_table_set(&zero); })},
+        {"tavik_random_MT32_init", with_new_twister(8, done([] { tavik_random_MT32_init(2, key_32); })),
+         Without::error, 1},
+        {"tavik_random_MT32_table_get",
+         with_new_twister(8, table_of<std::uint32_t>(tavik_random_MT32_table_get)), Without::error, 1},
+        {"tavik_random_MT32_table_set",
+         with_new_twister(8, done([] { tavik_random_MT32_table_set(twister_32); })), Without::error, 1},
+        {"tavik_random_MT64_init", with_new_twister(9, done([] { tavik_random_MT64_init(2, key_64); })),
+         Without::error, 1},
+        {"tavik_random_MT64_table_get",
+         with_new_twister(9, table_of<std::uint64_t>(tavik_random_MT64_table_get)), Without::error, 1},
+        {"tavik_random_MT64_table_set",
+         with_new_twister(9, done([] { tavik_random_MT64_table_set(twister_64); })), Without::error, 1},
+        {"tavik_random_option", done([] { tavik_random_option(1); })},
+        {"tavik_random_option_get", done(tavik_random_option_get)},
+        {"tavik_random_seed_get", done(tavik_random_seed_get)},
+        {"tavik_random_seed_set", done([] { tavik_random_seed_set(1); })},
+        {"tavik_random_substream_seed_get", done([] { tavik_random_substream_seed_get(1); })},
         {"tavik_set_at_checksum", done([] { tavik_set_at_checksum(nullptr); })},
         {"tavik_set_user_fcn_return_flag", done([] { tavik_set_user_fcn_return_flag(1); })},
         {"tavik_signal_trap_status", done(tavik_signal_trap_status)},
@@ -201,6 +266,28 @@ TEST_F(Sweep, AThreadWithoutMemoryForItsStateStopsTheProcess)
         EXPECT_TRUE(failing_malloc::disarm());
         EXPECT_EQ(tavik_initialize_error_handler(), 0);
     }).join();
+}
+
+// The generators' state is made by a thread's first call of them.
+TEST_F(Sweep, AThreadWithoutMemoryForItsGeneratorsGetsAnError)
+{
+    for (const Case &c : cases()) {
+        if (c.routine.find("_random_") == std::string::npos || c.keeps != 0) continue;
+        SCOPED_TRACE(c.routine);
+        bool failed = true;
+        for (long k = 1; failed; ++k)
+            std::thread([&] {
+                tavik_error_options(TAVIK_SET_STOP, 5, 0, TAVIK_SET_PRINT, 5, 0, 0);
+                failing_malloc::arm(k);
+                void *result = c.run();
+                failed = failing_malloc::disarm();
+                EXPECT_EQ(tavik_error_code(), failed ? 200 : 0) << "allocation " << k;
+                EXPECT_TRUE(!failed || result == nullptr) << "allocation " << k;
+                tavik_free(result);
+                tavik_free(c.run());
+                EXPECT_EQ(tavik_error_type(), 0) << "allocation " << k;
+            }).join();
+    }
 }
 
 TEST_F(Sweep, AMessageThatCannotGrowStopsTheProcess)
