@@ -67,7 +67,7 @@ template <class Real> struct Normal : testing::Test {
         int option;
         Real (*next)(Generators &);
     };
-    static constexpr Method methods[] = {
+    static constexpr Method methods[3] = {
         {0, inversion}, {TAVIK_ACCEPT_REJECT, kinderman_ramage}, {TAVIK_ZIGGURAT, ziggurat}};
 
     template <class... Arguments> static Vector<Real> draw(int n, Arguments... arguments)
