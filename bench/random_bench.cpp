@@ -34,6 +34,23 @@ void float_uniforms(benchmark::State &state, int generator, int n)
     for (auto _ : state) benchmark::DoNotOptimize(tavik_f_random_uniform(n, TAVIK_RETURN_USER, r, 0));
 }
 
+void dice(benchmark::State &state, int generator, int n)
+{
+    tavik_random_option(generator);
+    int *r = buffer<int>();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(tavik_d_random_uniform_discrete(n, 6, TAVIK_RETURN_USER, r, 0));
+}
+
+void std_dice(benchmark::State &state, std::size_t n)
+{
+    int *r = buffer<int>();
+    for (auto _ : state) {
+        peers::std_dice(r, n);
+        benchmark::ClobberMemory();
+    }
+}
+
 void normals(benchmark::State &state, int method, int n, int threads)
 {
     omp_set_num_threads(threads);
@@ -87,6 +104,9 @@ const bool registered = [] {
     compare(of[8], mt19937, 10);
     compare(of[8], std_mt19937, 2);
     compare(of[9], std_mt19937_64, 2);
+
+    compare(add("random/dice, generator 8", dice, 8, +array_size),
+            add<std::size_t>("random/std dice", std_dice, array_size), 0);
 
     compare(add("random/normal, inversion", normals, +inversion, +array_size, 1),
             add_peer("gsl inversion", peers::gsl_inversion), 8);

@@ -42,6 +42,13 @@ void peers::std_mt19937_64(double *r, std::size_t n)
     for (std::size_t i = 0; i < n; ++i) r[i] = static_cast<double>(engine() >> 11) * 0x1p-53;
 }
 
+void peers::std_dice(int *r, std::size_t n)
+{
+    static std::mt19937 engine;
+    std::uniform_int_distribution<int> die(1, 6);
+    for (std::size_t i = 0; i < n; ++i) r[i] = die(engine);
+}
+
 void peers::gsl_inversion(double *r, std::size_t n)
 {
     fill(gsl_rng_mt19937, r, n, [](gsl_rng *g) { return gsl_cdf_ugaussian_Pinv(gsl_rng_uniform_pos(g)); });

@@ -15,6 +15,9 @@ void gsl_mt19937(double *r, std::size_t n);
 void std_mt19937(double *r, std::size_t n);
 void std_mt19937_64(double *r, std::size_t n);
 
+// Integers from 1 to 6.
+void std_dice(int *r, std::size_t n);
+
 // Normal deviates; the uniforms are those of GSL's mt19937.
 void gsl_inversion(double *r, std::size_t n);
 void gsl_ziggurat(double *r, std::size_t n);
