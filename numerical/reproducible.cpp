@@ -31,8 +31,8 @@ double reproducible_log(double x) noexcept
 
 double reproducible_exp(double x) noexcept
 {
-    if (!(x <= largest_exponent)) return x > 0 ? infinite : undefined;
-    if (x < least_exponent) return 0;
+    if (x > largest_exponent) return infinite;
+    if (!(x >= least_exponent)) return x < 0 ? 0 : undefined;
     constexpr double rounder = 0x1.8p52; // adding it leaves an integer in the last bits
     const double k = (x * (1 / log_2) + rounder) - rounder;
     const double head = x - k * log_2_high, tail = k * log_2_low;
