@@ -575,7 +575,7 @@ TAVIK_API int *tavik_d_random_uniform_discrete(int n_random, int k, ...);
  *                                                 deviates
  *   TAVIK_VARIANCE_ADR, float * / double *        the same, read through a pointer
  *   TAVIK_ACCEPT_REJECT                           method of Kinderman and Ramage (1976)
- *   TAVIK_ZIGGURAT                                ziggurat of Marsaglia and Tsang (2000), 128 layers: the fastest
+ *   TAVIK_ZIGGURAT                                ziggurat of Marsaglia and Tsang (2000), 128 layers
  * Without a method, or with the last one given when there are several: inversion, which takes one uniform for
  * each deviate and is the only one that keeps their order and correlations. The methods give different streams.
  *
