@@ -15,7 +15,7 @@ extern "C" {
 struct random_common_structure {
     double modulus; // scales the first shuffle table
     double scale_d;
-    double seed_d; // what the congruential recursions run on
+    double seed_d; // the seed as a double: residues are exact in both
     float scale_f;
     std::int32_t seed;
     std::int32_t option; // the selected generator

@@ -2,22 +2,21 @@
 // everything here has internal linkage, so that no level's code can stand in for another's at link time. Every
 // floating-point operation is rounded by itself (no fused multiply-add), so all levels give the same bits.
 
+#include "numerical/lanes.hpp"
 #include "uniform_kernels.hpp"
-
-#include <immintrin.h>
 
 namespace tavik::random {
 namespace {
 
+using namespace numerical;
+
 #ifdef __AVX2__
-constexpr int width = 32;
 using Native = __m256i;
 inline Native multiply_low_halves(Native a, Native b)
 {
     return _mm256_mul_epu32(a, b);
 }
 #else
-constexpr int width = 16;
 using Native = __m128i;
 inline Native multiply_low_halves(Native a, Native b)
 {
@@ -25,55 +24,40 @@ inline Native multiply_low_halves(Native a, Native b)
 }
 #endif
 
-constexpr int per_vector = width / 8, vectors = 8, lanes = vectors * per_vector;
-static_assert(lanes <= most_lanes);
+constexpr std::size_t vectors = 8, residues_at_once = vectors * lanes;
+static_assert(residues_at_once <= most_lanes);
 
-using U64 = std::uint64_t __attribute__((vector_size(width)));
-using F64 = double __attribute__((vector_size(width)));
-using F32 = float __attribute__((vector_size(width / 2)));
-
-inline U64 load(const std::uint64_t *x)
+inline VBits load(const std::uint64_t *x)
 {
-    U64 v;
+    VBits v;
     __builtin_memcpy(&v, x, sizeof v);
     return v;
 }
 
 // a x mod 2^31 - 1, for residues other than 0: the halves of the product above and below bit 31 are added, and
 // what this carries into bit 31 once more.
-inline U64 step(U64 x, U64 a)
+inline VBits step(VBits x, VBits a)
 {
-    const U64 product = (U64)multiply_low_halves((Native)x, (Native)a);
-    const U64 sum = (product & residue_modulus) + (product >> 31);
+    const VBits product = (VBits)multiply_low_halves((Native)x, (Native)a);
+    const VBits sum = (product & residue_modulus) + (product >> 31);
 #ifdef __AVX2__
-    const U64 less = sum - residue_modulus; // wraps round to a large number unless it is the residue
-    return (U64)_mm256_min_epu32((Native)sum, (Native)less);
+    const VBits less = sum - residue_modulus; // wraps round to a large number unless it is the residue
+    return (VBits)_mm256_min_epu32((Native)sum, (Native)less);
 #else
     return (sum & residue_modulus) + (sum >> 31);
 #endif
 }
 
 // Exact for x below 2^52: the number is put into the mantissa of 2^52.
-inline F64 to_double(U64 x)
+inline V to_double(VBits x)
 {
     constexpr std::uint64_t bits_of_2_52 = 0x4330000000000000;
-    return (F64)(x | bits_of_2_52) - 0x1p52;
+    return (V)(x | bits_of_2_52) - 0x1p52;
 }
 
-inline void store(double *r, F64 u)
+inline void store_residues(std::uint32_t *residues, VBits x)
 {
-    __builtin_memcpy(r, &u, sizeof u);
-}
-
-inline void store(float *r, F64 u)
-{
-    const F32 rounded = __builtin_convertvector(u, F32);
-    __builtin_memcpy(r, &rounded, sizeof rounded);
-}
-
-inline void store_residues(std::uint32_t *residues, U64 x)
-{
-    using U32 = std::uint32_t __attribute__((vector_size(width / 2)));
+    using U32 = std::uint32_t __attribute__((vector_size(lanes * sizeof(std::uint32_t))));
     const U32 low = __builtin_convertvector(x, U32);
     __builtin_memcpy(residues, &low, sizeof low);
 }
@@ -82,29 +66,29 @@ template <bool with_residues, class Real>
 inline std::uint32_t congruential_run(std::uint32_t seed, const CongruentialPowers &powers, double scale,
                                       Real *r, std::uint32_t *residues, std::size_t n)
 {
-    U64 x[vectors];
+    VBits x[vectors];
 #pragma GCC unroll 8
-    for (int k = 0; k < vectors; ++k) x[k] = step(U64{} + seed, load(powers.power + k * per_vector));
-    const U64 jump = U64{} + powers.power[lanes - 1];
+    for (std::size_t k = 0; k < vectors; ++k) x[k] = step(VBits{} + seed, load(powers.power + k * lanes));
+    const VBits jump = VBits{} + powers.power[residues_at_once - 1];
     std::size_t i = 0;
-    for (; n - i >= lanes; i += lanes) {
+    for (; n - i >= residues_at_once; i += residues_at_once) {
 #pragma GCC unroll 8
-        for (int k = 0; k < vectors; ++k) {
-            const std::size_t at = i + static_cast<std::size_t>(k * per_vector);
+        for (std::size_t k = 0; k < vectors; ++k) {
+            const std::size_t at = i + k * lanes;
             store(r + at, to_double(x[k]) * scale);
             if constexpr (with_residues) store_residues(residues + at, x[k]);
         }
-        if (n - i == lanes) break;
+        if (n - i == residues_at_once) break;
 #pragma GCC unroll 8
-        for (int k = 0; k < vectors; ++k) x[k] = step(x[k], jump);
+        for (std::size_t k = 0; k < vectors; ++k) x[k] = step(x[k], jump);
     }
-    std::uint64_t last[lanes];
+    std::uint64_t last[residues_at_once];
     __builtin_memcpy(last, x, sizeof last);
     const std::size_t rest = n - i;
-    Real deviates[lanes];
-    if (rest < lanes) {
+    Real deviates[residues_at_once];
+    if (rest < residues_at_once) {
 #pragma GCC unroll 8
-        for (int k = 0; k < vectors; ++k) store(deviates + k * per_vector, to_double(x[k]) * scale);
+        for (std::size_t k = 0; k < vectors; ++k) store(deviates + k * lanes, to_double(x[k]) * scale);
         for (std::size_t k = 0; k < rest; ++k) {
             r[i + k] = deviates[k];
             if constexpr (with_residues) residues[i + k] = static_cast<std::uint32_t>(last[k]);

@@ -2,6 +2,7 @@
 // calls of all kinds in any order.
 #include "models.hpp"
 
+#include "frame/processor.hpp"
 #include "random/uniform_kernels.hpp"
 
 #include <climits>
@@ -151,7 +152,7 @@ TYPED_TEST(Uniform, ReachesItsEnds)
 TYPED_TEST(Uniform, EveryInstructionLevelGivesTheSameBits)
 {
     using namespace tavik::random;
-    if (!__builtin_cpu_supports("avx2")) GTEST_SKIP() << "needs AVX2";
+    if (!tavik::processor_has_avx2()) GTEST_SKIP() << "needs AVX2";
     std::mt19937_64 engine(2);
     for (std::size_t n = 1; n < 1200; n += n < 140 ? 1 : 97) {
         const auto seed = static_cast<std::uint32_t>(engine() % 2147483646 + 1);
@@ -172,6 +173,12 @@ TYPED_TEST(Uniform, EveryInstructionLevelGivesTheSameBits)
             kernels.twist_64(words64.data());
             uniform.from_words_32(words32.data(), r[2].data(), n);
             uniform.from_words_64(words64.data(), r[3].data(), n);
+            r[2][0] = 0;
+            r[3][0] = 1;
+            for (auto &part : r) { // a fused product and sum would show here
+                uniform.leave_ends(part.data(), n, TypeParam(0x1p-53), TypeParam(0.75));
+                uniform.scale_and_shift(part.data(), n, TypeParam(0.3), TypeParam(1.7));
+            }
             return std::tuple(r[0], r[1], r[2], r[3], residues, last, table, words32, words64);
         };
         ASSERT_TRUE(results(baseline_generator_kernels) == results(avx2_generator_kernels)) << n;
