@@ -81,6 +81,15 @@ public:
         return va_arg(list_.arguments, T *);
     }
 
+    // The caller's pointer of a plain output option. It is null from now on, so that no stale pointer is left there
+    // when the call fails.
+    template <class T> T **output(const char *option_name)
+    {
+        T **users = pointer<T *>(option_name);
+        if (users != nullptr) *users = nullptr;
+        return users;
+    }
+
     template <class Procedure> Procedure procedure()
     {
         count_value();

@@ -44,11 +44,19 @@ extern "C" {
 
 /* Option codes. A code means the same option in every routine that takes it. */
 enum tavik_option {
+    TAVIK_ANOVA_TABLE = 10080,
+    TAVIK_ANOVA_TABLE_USER = 10090,
+    TAVIK_REGRESSION_SQUARE_OUTPUT = 10690,
+    TAVIK_COEF_COVARIANCES = 10690,
+    TAVIK_REGRESSION_SQUARE_OUTPUT_USER = 10700,
+    TAVIK_COEF_COVARIANCES_USER = 10700,
     TAVIK_COMPILER_VERSION = 10780,
     TAVIK_CONFIDENCE_MEAN = 10880,
     TAVIK_CONFIDENCE_MEAN_ADR = 10890,
     TAVIK_CONFIDENCE_VARIANCE = 10910,
     TAVIK_CONFIDENCE_VARIANCE_ADR = 10920,
+    TAVIK_REGRESSION_SQUARE_COL_DIM = 11055,
+    TAVIK_COV_COL_DIM = 11055,
     TAVIK_ERROR_MSG_NAME = 11400,
     TAVIK_ERROR_MSG_PATH = 11410,
     TAVIK_ERROR_PRINT_PROC = 11420,
@@ -59,10 +67,20 @@ enum tavik_option {
     TAVIK_GET_PRINT = 11990,
     TAVIK_GET_STOP = 12000,
     TAVIK_GET_TRACEBACK = 12010,
+    TAVIK_INTERCEPT = 12400,
     TAVIK_LIBRARY_VERSION = 12760,
     TAVIK_MEDIAN = 13150,
     TAVIK_MEDIAN_AND_SCALE = 13160,
+    TAVIK_NO_INTERCEPT = 13350,
     TAVIK_OS_VERSION = 13630,
+    TAVIK_REGRESSION_INT_OUTPUT_A = 14110,
+    TAVIK_RANK = 14110,
+    TAVIK_REGRESSION_OUTPUT_F = 14140,
+    TAVIK_COEF_STATISTICS = 14140,
+    TAVIK_REGRESSION_OUTPUT_B = 14190,
+    TAVIK_RESIDUALS = 14190,
+    TAVIK_REGRESSION_OUTPUT_B_USER = 14220,
+    TAVIK_RESIDUALS_USER = 14220,
     TAVIK_RETURN_USER = 14280,
     TAVIK_SET_ERROR_FILE = 14490,
     TAVIK_SET_OUTPUT_FILE = 14510,
@@ -70,25 +88,55 @@ enum tavik_option {
     TAVIK_SET_STOP = 14530,
     TAVIK_SET_TRACEBACK = 14540,
     TAVIK_STAT_COL_DIM = 14800,
+    TAVIK_TOLERANCE = 15040,
+    TAVIK_TOLERANCE_ADR = 15050,
     TAVIK_WEIGHTS = 15400,
     TAVIK_X_COL_DIM = 15470,
+    TAVIK_REGRESSION_OUTPUT_C = 15490,
+    TAVIK_VARIABLE_MEANS = 15490,
+    TAVIK_REGRESSION_OUTPUT_C_USER = 15500,
+    TAVIK_VARIABLE_MEANS_USER = 15500,
     TAVIK_SIGNAL_TRAPPING = 16042,
+    TAVIK_REGRESSION_OUTPUT_D = 16068,
+    TAVIK_R_FACTOR = 16068,
+    TAVIK_REGRESSION_OUTPUT_D_USER = 16069,
+    TAVIK_R_FACTOR_USER = 16069,
+    TAVIK_REGRESSION_INT_OUTPUT_B = 16071,
+    TAVIK_N_ROWS_MISSING = 16071,
     TAVIK_MISSING_MODE_0 = 18010,
     TAVIK_MISSING_ELEMENTWISE = 18010,
     TAVIK_MISSING_MODE_1 = 18011,
     TAVIK_MISSING_LISTWISE = 18011,
+    TAVIK_REGRESSION_USER_ARRAY_H = 20400,
+    TAVIK_LEVERAGES_USER = 20400,
     TAVIK_MEAN = 20410,
     TAVIK_MEAN_ADR = 20415,
     TAVIK_VARIANCE = 20420,
     TAVIK_VARIANCE_ADR = 20425,
     TAVIK_ACCEPT_REJECT = 20430,
     TAVIK_IDO = 20440,
+    TAVIK_REGRESSION_MODE_ON = 20441,
+    TAVIK_ROWS_ADD = 20441,
+    TAVIK_REGRESSION_MODE_OFF = 20442,
+    TAVIK_ROWS_DELETE = 20442,
+    TAVIK_X_INDICES = 20443,
+    TAVIK_REGRESSION_SWITCH_OFF = 20880,
+    TAVIK_KEEP_MISSING = 20880,
+    TAVIK_REGRESSION_SWITCH_ON = 20890,
+    TAVIK_EXCLUDE_MISSING = 20890,
+    TAVIK_N_DEPENDENT = 20900,
+    TAVIK_REGRESSION_OUTPUT_E = 20930,
+    TAVIK_ERROR_CROSSPRODUCTS = 20930,
+    TAVIK_REGRESSION_OUTPUT_E_USER = 20940,
+    TAVIK_ERROR_CROSSPRODUCTS_USER = 20940,
     TAVIK_ERROR_HANDLER_ID = 50000,
     TAVIK_ZIGGURAT = 50629,
     TAVIK_GET_SINGLE_THREADED_LINEAR_ALGEBRA = 50633,
     TAVIK_SET_SINGLE_THREADED_LINEAR_ALGEBRA = 50634,
     TAVIK_SET_FUNCTIONS_THREAD_SAFE = 50741,
-    TAVIK_GET_FUNCTIONS_THREAD_SAFE = 50742
+    TAVIK_GET_FUNCTIONS_THREAD_SAFE = 50742,
+    TAVIK_REGRESSION_POINTER_I = 53013,
+    TAVIK_FIT_POINTER = 53013
 };
 
 /* Error types: how severe an error is. The defaults can be changed with tavik_error_options. */
@@ -672,6 +720,183 @@ TAVIK_API void tavik_random_MT32_table_get(uint32_t **table, ...);
 TAVIK_API void tavik_random_MT32_table_set(const uint32_t table[]);
 TAVIK_API void tavik_random_MT64_table_get(uint64_t **table, ...);
 TAVIK_API void tavik_random_MT64_table_set(const uint64_t table[]);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Regression
+ * --------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Least-squares fit of one or more responses on the same independent variables, in one call or in stages.
+ *
+ * @param n_rows         rows of x and y in this call, at least 1 (at least 0 in stages).
+ * @param n_independent  independent variables, at least 1.
+ * @param x              n_rows x n_independent values, by rows. NaN is a missing value. With TAVIK_X_INDICES a row
+ *                       holds the responses, too. May be NULL when n_rows is 0.
+ * @param y              n_rows x n_dependent values, by rows; not used, and may be NULL, with TAVIK_X_INDICES.
+ *
+ * @return the coefficients, (n_independent + 1) x max(1, n_dependent) elements: one block a response, in each
+ *         the intercept first where there is one, then the variables; what they leave of a block is 0. A new
+ *         array, released with tavik_free. NULL on error, and for stages 1 and 2.
+ *
+ * Options (Real is float or double; "output Real **" is set to NULL at once and receives a new array on success):
+ *   TAVIK_X_COL_DIM, int                     row stride of x; default n_independent; with TAVIK_X_INDICES
+ *                                            n_independent + n_dependent and 1 each for frequency and weight
+ *   TAVIK_X_INDICES, const int indind[], const int inddep[], int ifrq, int iwt
+ *                                            columns of x, from 0: the independent variables, the responses, the
+ *                                            case frequency, the case weight; -1 for no frequency, no weight
+ *   TAVIK_N_DEPENDENT, int                   number of responses, at least 0; default 1
+ *   TAVIK_INTERCEPT / TAVIK_NO_INTERCEPT     fit an intercept (the default) or none
+ *   TAVIK_FREQUENCIES, const Real f[]        case frequencies, one a row: finite and not negative. A row of
+ *                                            frequency f counts as f equal rows
+ *   TAVIK_WEIGHTS, const Real w[]            case weights, one a row: finite and not negative. Neither goes
+ *                                            together with a column of x for the same
+ *   TAVIK_TOLERANCE, double                  tolerance of linear dependence; default 100 epsilon. A column counts
+ *   TAVIK_TOLERANCE_ADR, const Real *        as dependent on those before it when what they leave of its sum of
+ *                                            squares is at most tolerance^2 of the whole. _ADR: by address
+ *   TAVIK_EXCLUDE_MISSING                    leave out, and count, a row with a NaN (the default)
+ *   TAVIK_KEEP_MISSING                       take it in: the results become NaN
+ *   TAVIK_IDO, int stage                     0 all data in this call (default); 1 first, 2 intermediate, 3 last
+ *                                            call of a series. The series belongs to the thread; stage 1 forgets
+ *                                            a series that was open, stage 0 leaves it alone
+ *   TAVIK_ROWS_ADD / TAVIK_ROWS_DELETE       take the rows of this call in (the default), or out again: with the
+ *                                            stages this slides a window over the rows. Deleting cannot bring
+ *                                            digits back that larger, since deleted, rows have cost the others
+ *   TAVIK_FIT_POINTER, void *                kept with the series, otherwise not used
+ *   TAVIK_RETURN_USER, Real []               write the coefficients here (untouched on error) and return it
+ *   TAVIK_ANOVA_TABLE, output Real **        analysis of variance, 15 entries a response (below). Not in stages
+ *   TAVIK_ANOVA_TABLE_USER, Real []
+ *   TAVIK_COEF_STATISTICS, output Real **    per response n_coefficients x 4: estimate, standard error, t, p of
+ *                                            the two-sided test
+ *   TAVIK_COEF_COVARIANCES, output Real **   covariances of the coefficients, a square block a response
+ *   TAVIK_COEF_COVARIANCES_USER, Real []
+ *   TAVIK_COV_COL_DIM, int                   row stride of these blocks; default n_coefficients
+ *   TAVIK_RESIDUALS, output Real **          n_rows x n_dependent; NaN for a row that was left out because of a
+ *   TAVIK_RESIDUALS_USER, Real []            NaN. Not in stages
+ *   TAVIK_LEVERAGES_USER, Real []            n_rows: the weight times x'(X'WX)^-1 x, so that their sum, each times
+ *                                            its frequency, is the rank; NaN as before. Not in stages
+ *   TAVIK_VARIABLE_MEANS, output Real **     weighted means: the independent variables, then the responses
+ *   TAVIK_VARIABLE_MEANS_USER, Real []
+ *   TAVIK_R_FACTOR, output Real **           upper-triangular R, n_coefficients square, R'R = X'WX; the rows of
+ *   TAVIK_R_FACTOR_USER, Real []             dependent columns are 0
+ *   TAVIK_ERROR_CROSSPRODUCTS, output Real **  n_dependent square: sums of squares and crossproducts of the
+ *   TAVIK_ERROR_CROSSPRODUCTS_USER, Real []    residuals
+ *   TAVIK_RANK, int *                        rank of the fit
+ *   TAVIK_N_ROWS_MISSING, int *              rows left out because of a NaN, in the whole series, less those
+ *                                            that were deleted
+ * n_coefficients is n_independent, and 1 more with an intercept. Outputs are written when the fit is completed,
+ * at stages 0 and 3; with an error nothing is written.
+ *
+ *     0 DFR, degrees of freedom of the regression    8 F, entry 6 / entry 7
+ *     1 DFE, those of the error                      9 p-value of F; 1 when F is infinite
+ *     2 DFR + DFE                                   10 R-squared, percent
+ *     3 SSR, sum of squares of the regression       11 adjusted R-squared, percent; never below 0
+ *     4 SSE, that of the error                      12 estimated standard deviation of the error
+ *     5 SSR + SSE                                   13 mean of the response
+ *     6 mean square of the regression, SSR / DFR    14 coefficient of variation, percent: 100 x entry 12 / 13
+ *     7 mean square of the error, SSE / DFE
+ *
+ * DFE is the sum of the frequencies of the rows in the fit less the rank, DFR the rank less the intercept. Sums of
+ * squares are corrected for the mean only with an intercept. A row whose frequency or weight is 0 is left out of
+ * the fit, but has a residual. A frequency or weight that is NaN counts as missing. Without any row in the fit the
+ * rank is 0, coefficients are 0 and means NaN. Infinite values make results NaN, as do values whose squares, times
+ * their mass, overflow a double. A residual sum of squares that is lost in the rounding of the response is 0. A
+ * dependent column has coefficient, covariances and standard error 0, and NaN for t and p.
+ *
+ * Method: the rows are folded, one after another, into an upper-triangular factor by modified Givens rotations
+ * (Gentleman 1973, Hammarling 1974; rotations as in Lawson, Hanson, Kincaid and Krogh 1979). With an intercept,
+ * data are taken relative to the first row of the fit, which costs nothing and keeps the digits of data far from
+ * zero. Both variants compute in double; few rows, and the factor of a series, in long double. Many rows are cut
+ * into blocks by their number alone, on as many threads as OpenMP allows: results do not depend on the threads.
+ * Memory besides input and result: O((n_independent + n_dependent)^2) a thread.
+ *
+ * Warning: 3, 11047 the rank is less than n_coefficients; coefficients of dependent columns are 0.
+ *
+ * Errors:
+ *   5, 603    n_independent below 1; n_dependent below 0; ifrq or iwt below -1; a stride below 1
+ *   5, 602    stage outside 0 to 3; an entry of indind or inddep outside the row
+ *   5, 601    a stride below what a row needs          5, 20463  n_rows below 1
+ *   5, 20464  n_rows below 0 in stages                  5, 20690  a table, residuals or leverages in stages
+ *   5, 20467, 5, 20468  ifrq, iwt outside the row       5, 11038  TAVIK_COV_COL_DIM without covariances
+ *   5, 11117  a frequency or weight both as a column and as an array
+ *   5, 11061  DFR, SSR, DFE or SSE of the table is negative (fewer rows, by frequency, than coefficients)
+ *   5, 200 coefficients, 5, 202 columns, 5, 203 factors: memory is exhausted
+ *   4, 11055 (in stages 11054)  a frequency or weight is negative or infinite
+ *   4, 11048  rows are deleted that were never added
+ *   4, 20691  stage 2 or 3 without stage 1              4, 11428  a stage has other dimensions than the first
+ * A series is closed by any error of one of its calls.
+ *
+ *     double *anova, *b = tavik_d_regression(n, p, x, y, TAVIK_ANOVA_TABLE, &anova, 0);
+ *     printf("R-squared %.1f %%, p %.3g\n", anova[10], anova[9]);
+ *
+ *     tavik_d_regression(250, p, x, y, TAVIK_IDO, 1, 0);                            // a window of 250 rows,
+ *     tavik_d_regression(1, p, x + 250 * p, y + 250, TAVIK_IDO, 2, 0);              // one row further:
+ *     tavik_d_regression(1, p, x, y, TAVIK_IDO, 2, TAVIK_ROWS_DELETE, 0);
+ *     double *c = tavik_d_regression(0, p, NULL, NULL, TAVIK_IDO, 3, 0);
+ */
+TAVIK_API float *tavik_f_regression(int n_rows, int n_independent, const float x[], const float y[], ...);
+TAVIK_API double *tavik_d_regression(int n_rows, int n_independent, const double x[], const double y[], ...);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Probability
+ * --------------------------------------------------------------------------------------------------------- */
+
+/**
+ * The regularised incomplete beta function I_x(a, b), the probability that a beta variable with these shape
+ * parameters is at most x.
+ *
+ * @param x     0 to 1.
+ * @param a, b  shape parameters, greater than 0; infinity gives the limit.
+ *
+ * @return I_x(a, b); NaN after an error, and for an argument that is NaN.
+ *
+ * Errors: 5, 11201 x is outside of 0 to 1; 5, 11202 a or b is not greater than 0.
+ * Method: Boost.Math (after DiDonato and Morris 1992).
+ *
+ *     double p = tavik_d_beta_incomplete(dfe / (dfe + f * dfr), dfe / 2, dfr / 2); // upper tail of F
+ */
+TAVIK_API float tavik_f_beta_incomplete(float x, float a, float b);
+TAVIK_API double tavik_d_beta_incomplete(double x, double a, double b);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Numerical support
+ * --------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Set up a modified Givens rotation, as the BLAS routines of these names do: the matrix H that makes the second
+ * component of (sqrt(d1) x1, sqrt(d2) y1) zero, without a square root.
+ *
+ * @param d1, d2  scale factors; they become those of the rotated components.
+ * @param x1      first component; it becomes its rotated value.
+ * @param y1      second component, which the rotation makes zero; unchanged.
+ * @param param   5 elements: the flag, h11, h21, h12, h22. With the flag -1 all four of H are stored, with 0 h21
+ *                and h12 (h11 = h22 = 1), with 1 h11 and h22 (h12 = 1, h21 = -1), with -2 none (H = I).
+ *
+ * A negative d1, or a d2 that leaves no positive sum of squares, gives H = 0 and d1 = d2 = x1 = 0. Scale factors
+ * are kept within 4096^-2 and 4096^2 by scaling the rows of H, with the flag -1. An infinite or NaN argument gives
+ * NaN or infinities, never a loop.
+ *
+ * Errors: 5, 150 a pointer is NULL. Source: Lawson, Hanson, Kincaid and Krogh (1979), ACM TOMS 5, 308-323.
+ */
+TAVIK_API void tavik_srotmg(float *d1, float *d2, float *x1, float y1, float param[]);
+TAVIK_API void tavik_drotmg(double *d1, double *d2, double *x1, double y1, double param[]);
+
+/**
+ * Apply a modified Givens rotation to n pairs: (x_i, y_i) becomes H (x_i, y_i).
+ *
+ * @param n           number of pairs; nothing is done for less than 1.
+ * @param x, y        the vectors, changed in place. They may not overlap.
+ * @param incx, incy  distance of successive elements; with a negative one the vector runs backwards, from
+ *                    element (1 - n) inc on; with 0 all elements are the first.
+ * @param param       what tavik_srotmg (tavik_drotmg) has stored. Nothing is done for the flag -2.
+ *
+ * Errors: 5, 150 a pointer is NULL and n at least 1.
+ *
+ *     double param[5];
+ *     tavik_drotmg(&d1, &d2, &r[0], row[0], param);          // folds a row into a triangular factor
+ *     tavik_drotm(p - 1, r + 1, 1, row + 1, 1, param);
+ */
+TAVIK_API void tavik_srotm(int n, float x[], int incx, float y[], int incy, const float param[]);
+TAVIK_API void tavik_drotm(int n, double x[], int incx, double y[], int incy, const double param[]);
 
 #ifdef __cplusplus
 }

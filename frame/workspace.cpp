@@ -11,7 +11,9 @@ namespace {
 
 constexpr std::size_t alignment = 64;
 
-void raise_exhausted(std::size_t n, const char *governed_by)
+} // namespace
+
+void Workspace::raise_exhausted(std::size_t n, const char *governed_by)
 {
     if (governed_by == nullptr) {
         tavik_ermes(terminal, 200);
@@ -22,9 +24,7 @@ void raise_exhausted(std::size_t n, const char *governed_by)
     tavik_ermes(terminal, 201);
 }
 
-} // namespace
-
-void *Workspace::take(std::size_t n, std::size_t element_size, const char *governed_by, Use use)
+void *Workspace::take(std::size_t n, std::size_t element_size, Use use)
 {
     std::size_t bytes = 0;
     void *memory = nullptr;
@@ -39,7 +39,6 @@ void *Workspace::take(std::size_t n, std::size_t element_size, const char *gover
         if (!overflow) memory = tavik_malloc_internal(std::max<std::size_t>(bytes, 1));
         if (memory != nullptr) return results_[n_results_++] = memory;
     }
-    raise_exhausted(n, governed_by);
     return nullptr;
 }
 

@@ -21,13 +21,23 @@ public:
     // argument which governs the size, or 5, 200.
     template <class T> T *array(std::size_t n, const char *governed_by = nullptr)
     {
-        return static_cast<T *>(take(n, sizeof(T), governed_by, Use::work));
+        T *work = array_or_null<T>(n);
+        if (work == nullptr) raise_exhausted(n, governed_by);
+        return work;
+    }
+
+    // The same without an error, for a routine that has one of its own.
+    template <class T> T *array_or_null(std::size_t n)
+    {
+        return static_cast<T *>(take(n, sizeof(T), Use::work));
     }
 
     // The same for an array that the caller will release with tavik_free.
     template <class T> T *result(std::size_t n, const char *governed_by = nullptr)
     {
-        return static_cast<T *>(take(n, sizeof(T), governed_by, Use::result));
+        T *result = static_cast<T *>(take(n, sizeof(T), Use::result));
+        if (result == nullptr) raise_exhausted(n, governed_by);
+        return result;
     }
 
     // Makes a result the caller's.
@@ -49,7 +59,8 @@ private:
     };
     static constexpr int most_results = 16; // outputs of one call
 
-    void *take(std::size_t n, std::size_t element_size, const char *governed_by, Use use);
+    void *take(std::size_t n, std::size_t element_size, Use use);
+    static void raise_exhausted(std::size_t n, const char *governed_by);
     void forget(void *result);
     void release_all();
 

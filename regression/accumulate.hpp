@@ -1,0 +1,266 @@
+// accumulate(rows): folds the caller's rows into a fit.
+//
+// Few rows go into its long double factor one by one. Many are cut into pieces by their number alone; a thread folds a
+// piece into four factors side by side, and pieces are merged in their order, so results do not depend on the
+// number of threads.
+#pragma once
+
+#include "fit.hpp"
+
+#include "frame/error.hpp"
+#include "frame/parallel.hpp"
+#include "frame/workspace.hpp"
+
+#include <cmath>
+
+namespace tavik::regression {
+
+inline std::size_t read_rows(const RowSource<float> &rows, std::int64_t &next, std::int64_t end,
+                             std::size_t most, std::size_t padded, double *values, double *weights,
+                             std::size_t weight_stride, RowTally &tally)
+{
+    return rotation_kernels().read_f(rows, next, end, most, padded, values, weights, weight_stride, tally);
+}
+
+inline std::size_t read_rows(const RowSource<double> &rows, std::int64_t &next, std::int64_t end,
+                             std::size_t most, std::size_t padded, double *values, double *weights,
+                             std::size_t weight_stride, RowTally &tally)
+{
+    return rotation_kernels().read_d(rows, next, end, most, padded, values, weights, weight_stride, tally);
+}
+
+// Up to this many rows times the square of the columns, long double costs a user no time that matters.
+constexpr std::size_t most_direct_work = 65536;
+
+constexpr std::int64_t rows_per_piece(std::size_t n_columns)
+{
+    return n_columns <= widest_single_panel ? 4096 : n_columns <= 64 ? 8192 : 16384;
+}
+
+// Even, so that two threads have the same share.
+constexpr std::int64_t count_pieces(std::int64_t n_rows, std::size_t n_columns)
+{
+    const std::int64_t most = rows_per_piece(n_columns);
+    return n_rows <= most ? 1 : (n_rows + 2 * most - 1) / (2 * most) * 2;
+}
+
+inline Factors make_factors(double *memory, std::size_t n, std::size_t count)
+{
+    double *within = memory + 4 * n * count;
+    return {n,
+            padded_columns(n),
+            panel_of(n),
+            memory,
+            memory + n * count,
+            memory + 2 * n * count,
+            memory + 3 * n * count,
+            within,
+            within + n * panel_of(n) * count};
+}
+
+// Makes a tile, all of it 0; its memory is null when there is none.
+inline Tile make_tile(std::size_t n, std::size_t count, Workspace &workspace)
+{
+    const std::size_t values = tile_values_size(n, count), weights = count * rows_per_tile;
+    const std::size_t size = values + weights + tile_scratch_size(n, count);
+    auto *memory = workspace.array_or_null<double>(size);
+    if (memory != nullptr) std::fill_n(memory, size, 0.0);
+    return {memory, memory + values, memory + values + weights};
+}
+
+// Folds pieces of rows into four factors. Each thread has one, with a cache line of its own for the tally.
+template <class Real> class alignas(64) PieceFolder {
+public:
+    bool prepare(const RowSource<Real> &rows, std::size_t n, Workspace &workspace)
+    {
+        rows_ = &rows;
+        memory_size_ = factors_size(n, side_by_side);
+        memory_ = workspace.array_or_null<double>(memory_size_);
+        sums_ = rows.intercept ? nullptr : workspace.array_or_null<double>(n);
+        tile_ = make_tile(n, side_by_side, workspace);
+        if (memory_ == nullptr || tile_.values == nullptr || (!rows.intercept && sums_ == nullptr))
+            return false;
+        factors_ = make_factors(memory_, n, side_by_side);
+        return true;
+    }
+
+    void fold(std::int64_t first, std::int64_t end)
+    {
+        std::fill_n(memory_, memory_size_, 0.0);
+        tally_ = {0, 0, -1, 0, 0, sums_};
+        if (sums_ != nullptr) std::fill_n(sums_, factors_.n, 0.0);
+        std::int64_t next[side_by_side], part_end[side_by_side];
+        for (std::size_t part = 0; part < side_by_side; ++part) {
+            const auto k = static_cast<std::int64_t>(part), parts = static_cast<std::int64_t>(side_by_side);
+            next[part] = first + (end - first) * k / parts;
+            part_end[part] = first + (end - first) * (k + 1) / parts;
+        }
+        for (;;) {
+            std::size_t most = 0;
+            for (std::size_t part = 0; part < side_by_side; ++part)
+                most = std::max(most, fill_part(part, next[part], part_end[part]));
+            if (most == 0) return;
+            const std::size_t n_rows = (most + rows_in_flight - 1) / rows_in_flight * rows_in_flight;
+            rotation_kernels().fold_four(factors_, tile_, n_rows);
+        }
+    }
+
+    const Factors &factors() const
+    {
+        return factors_;
+    }
+
+    const RowTally &tally() const
+    {
+        return tally_;
+    }
+
+private:
+    // Rows that are missing in the tile have no weight, and must not be NaN.
+    std::size_t fill_part(std::size_t part, std::int64_t &next, std::int64_t end)
+    {
+        double *values = tile_.values + part * rows_per_tile * factors_.padded;
+        const std::size_t used = read_rows(*rows_, next, end, rows_per_tile, factors_.padded, values,
+                                           tile_.weights + part, side_by_side, tally_);
+        if (used < rows_per_tile) {
+            std::fill(values + used * factors_.padded, values + rows_per_tile * factors_.padded, 0.0);
+            for (std::size_t k = used; k < rows_per_tile; ++k) tile_.weights[k * side_by_side + part] = 0;
+        }
+        return used;
+    }
+
+    const RowSource<Real> *rows_ = nullptr;
+    Factors factors_{};
+    Tile tile_{};
+    RowTally tally_{};
+    double *memory_ = nullptr, *sums_ = nullptr;
+    std::size_t memory_size_ = 0;
+};
+
+// Merges factor `which` of four into one: its rows are data with a weight each.
+inline void merge(const Factors &one, const Tile &tile, const Factors &four, std::size_t which)
+{
+    const std::size_t n = one.n, factors = side_by_side;
+    for (std::size_t first = 0; first < n; first += rows_per_tile) {
+        const std::size_t count = std::min(rows_per_tile, n - first);
+        for (std::size_t k = 0; k < rows_per_tile; ++k) {
+            const std::size_t i = first + k;
+            double *row = tile.values + k * one.padded;
+            std::fill_n(row, one.padded, 0.0);
+            tile.weights[k] = 0;
+            if (k >= count || four.diagonal[i * factors + which] == 0) continue;
+            const std::size_t panel_first = i / four.panel * four.panel;
+            const std::size_t panel_end = std::min(panel_first + four.panel, n);
+            row[i] = four.diagonal[i * factors + which];
+            tile.weights[k] = four.p[i * factors + which] / row[i];
+            for (std::size_t j = i + 1; j < panel_end; ++j)
+                row[j] = four.within[(i * four.panel + j - panel_first) * factors + which];
+            if (panel_end < n) {
+                const double *behind = four.row_behind(which, i);
+                std::copy(behind + panel_end, behind + n, row + panel_end);
+            }
+        }
+        const std::size_t n_rows = (count + rows_in_flight - 1) / rows_in_flight * rows_in_flight;
+        rotation_kernels().fold_one(one, tile, n_rows, first);
+    }
+}
+
+inline void join(Fit &fit, const RowTally &tally)
+{
+    fit.rows += tally.used;
+    fit.missing += tally.missing;
+    fit.frequencies += tally.frequencies;
+    fit.mass += tally.mass;
+    for (std::size_t j = 0; tally.sums != nullptr && j < fit.factor.n_columns(); ++j)
+        fit.sums[j] += tally.sums[j];
+}
+
+// Both return the first row whose mass is bad, -1 when all are good; no_memory without memory.
+constexpr std::int64_t no_memory = -2;
+
+template <class Real>
+std::int64_t add_pieces(const RowSource<Real> &rows, std::int64_t n_rows, Fit &fit, Workspace &workspace)
+{
+    const std::size_t n = fit.factor.n_columns();
+    const std::int64_t n_pieces = count_pieces(n_rows, n), piece = (n_rows + n_pieces - 1) / n_pieces;
+    const int threads = thread_count(n_pieces, n_rows * static_cast<std::int64_t>(n));
+    auto *folders = workspace.array_or_null<PieceFolder<Real>>(static_cast<std::size_t>(threads));
+    auto *memory = workspace.array_or_null<double>(factors_size(n, 1));
+    const Tile tile = make_tile(n, 1, workspace);
+    if (folders == nullptr || memory == nullptr || tile.values == nullptr) return no_memory;
+    for (int t = 0; t < threads; ++t) {
+        if (!(new (folders + t) PieceFolder<Real>)->prepare(rows, n, workspace)) return no_memory;
+    }
+    std::fill_n(memory, factors_size(n, 1), 0.0);
+    const Factors joint = make_factors(memory, n, 1);
+
+    std::int64_t first_bad = -1;
+    OrderedPieces pieces(n_pieces);
+    parallel(threads, [&](int thread) {
+        PieceFolder<Real> &folder = folders[thread];
+        for (std::int64_t k = pieces.take(); k >= 0; k = pieces.take()) {
+            folder.fold(std::min(k * piece, n_rows), std::min((k + 1) * piece, n_rows));
+            pieces.wait_for_turn(k);
+            for (std::size_t which = 0; which < side_by_side; ++which)
+                merge(joint, tile, folder.factors(), which);
+            join(fit, folder.tally());
+            if (first_bad < 0) first_bad = folder.tally().first_bad;
+            pieces.pass_turn(k);
+        }
+    });
+    fit.factor.add(joint);
+    return first_bad;
+}
+
+// Rows one by one. False in `possible` when a row to be deleted cannot have been added.
+template <class Real>
+std::int64_t fold_directly(const RowSource<Real> &rows, std::int64_t n_rows, bool deletes, Fit &fit,
+                           Workspace &workspace, bool &possible)
+{
+    const std::size_t n = fit.factor.n_columns(), padded = padded_columns(n);
+    auto *values = workspace.array_or_null<double>(padded);
+    auto *sums = rows.intercept ? nullptr : workspace.array_or_null<double>(n);
+    if (values == nullptr || (!rows.intercept && sums == nullptr)) return no_memory;
+    for (std::int64_t next = 0; next < n_rows && possible;) {
+        RowTally tally{0, 0, -1, 0, 0, sums};
+        double weight = 0;
+        if (sums != nullptr) std::fill_n(sums, n, 0.0);
+        const bool used = read_rows(rows, next, n_rows, 1, padded, values, &weight, 1, tally) > 0;
+        if (tally.first_bad >= 0) return tally.first_bad;
+        if (deletes) {
+            tally.used = -tally.used;
+            tally.missing = -std::min(tally.missing, fit.missing);
+            tally.frequencies = -tally.frequencies;
+            tally.mass = -tally.mass;
+            for (std::size_t j = 0; sums != nullptr && j < n; ++j) sums[j] = -sums[j];
+        }
+        join(fit, tally);
+        if (!used) continue;
+        long double *row = fit.factor.scratch_row();
+        std::copy(values, values + n, row);
+        if (!deletes) fit.factor.add_row(row, weight);
+        else possible = fit.rows >= 0 && fit.frequencies >= 0 && fit.factor.delete_row(row, weight);
+        if (deletes && fit.rows == 0) forget_rows(fit);
+    }
+    return -1;
+}
+
+// Data are taken relative to the first row that is used: differences from it are exact where data lie close together,
+// and an intercept makes up for it.
+template <class Real>
+bool find_shift(RowSource<Real> rows, std::int64_t n_rows, Fit &fit, Workspace &workspace)
+{
+    if (fit.shift_known || !rows.intercept) return true;
+    const std::size_t n = fit.factor.n_columns();
+    auto *values = workspace.array_or_null<double>(padded_columns(n));
+    if (values == nullptr) return false;
+    RowTally tally{0, 0, -1, 0, 0, nullptr};
+    double weight = 0;
+    std::int64_t next = 0;
+    fit.shift_known = read_rows(rows, next, n_rows, 1, padded_columns(n), values, &weight, 1, tally) > 0;
+    for (std::size_t j = 1; fit.shift_known && j < n; ++j)
+        fit.shift[j] = std::isfinite(values[j]) ? values[j] : 0;
+    return true;
+}
+
+} // namespace tavik::regression

@@ -1,0 +1,67 @@
+// The factor of a fit: upper-triangular R with scale factors D, so that R'DR holds the weighted sums of squares and
+// crossproducts of all columns, independent variables and responses. Rows are folded in, and taken out again, by
+// modified Givens rotations. In long double: a fit of few rows, and a window that slides for long, keep all digits.
+#pragma once
+
+#include "rotations.hpp"
+
+#include <cstddef>
+
+namespace tavik::regression {
+
+class Factor {
+public:
+    static constexpr std::size_t memory_size(std::size_t n_columns)
+    {
+        return n_columns * (n_columns + 4);
+    }
+
+    // An empty factor in the caller's memory of memory_size elements.
+    void start(std::size_t n_columns, long double *memory);
+    void clear();
+
+    // Both use `row` up. Its elements before `first` are not looked at.
+    void add_row(long double *row, long double weight, std::size_t first = 0);
+    // False when the row cannot have been added: a sum of squares would become negative.
+    bool delete_row(long double *row, long double weight);
+
+    // Adds the factor of a set of one, which starts from the same columns.
+    void add(const Factors &other);
+
+    // Empties row i and folds what it says about later columns into their rows; column i is 0 from row i on.
+    void dissolve_row(std::size_t i);
+
+    std::size_t n_columns() const
+    {
+        return n_;
+    }
+
+    long double scale(std::size_t i) const
+    {
+        return scale_[i];
+    }
+
+    const long double *row(std::size_t i) const
+    {
+        return r_ + i * n_;
+    }
+
+    // Sum over rows first to last - 1 of d_i r_ij r_ik.
+    long double crossproduct(std::size_t first, std::size_t last, std::size_t j, std::size_t k) const;
+
+    // A row that callers may fill for the next call.
+    long double *scratch_row() const
+    {
+        return scratch_;
+    }
+
+private:
+    // Makes element i of the row zero.
+    void rotate(long double *row, long double &weight, std::size_t i);
+
+    std::size_t n_ = 0;
+    long double *r_ = nullptr, *scale_ = nullptr, *scratch_ = nullptr, *dissolved_ = nullptr,
+                *given_ = nullptr;
+};
+
+} // namespace tavik::regression

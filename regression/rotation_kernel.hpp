@@ -1,0 +1,459 @@
+// The rotation kernels, written once. A file of a few lines compiles them for each instruction level; everything
+// here has internal linkage, so that no level's code can stand in for another's at link time.
+
+#include "rotations.hpp"
+
+namespace tavik::regression {
+namespace {
+
+using V = double __attribute__((vector_size(side_by_side * sizeof(double))));
+using VMask = decltype(V{} < V{});
+using F4 = float __attribute__((vector_size(side_by_side * sizeof(float))));
+
+template <class T> inline T load_as(const double *from)
+{
+    T v;
+    __builtin_memcpy(&v, from, sizeof v);
+    return v;
+}
+
+template <class T> inline void store(double *to, T v)
+{
+    __builtin_memcpy(to, &v, sizeof v);
+}
+
+inline V load(const double *from)
+{
+    return load_as<V>(from);
+}
+
+inline V load(const float *from)
+{
+    F4 v;
+    __builtin_memcpy(&v, from, sizeof v);
+    return __builtin_convertvector(v, V);
+}
+
+inline V broadcast(double value)
+{
+    return V{value, value, value, value};
+}
+
+// Bit k is set when lane k is true.
+inline unsigned true_lanes(VMask mask)
+{
+    return static_cast<unsigned>((mask[0] & 1) | (mask[1] & 2) | (mask[2] & 4) | (mask[3] & 8));
+}
+
+inline bool any(VMask mask)
+{
+#ifdef __AVX2__
+    return __builtin_ia32_movmskpd256(__builtin_bit_cast(V, mask)) != 0;
+#else
+    return (mask[0] | mask[1] | mask[2] | mask[3]) != 0;
+#endif
+}
+
+inline unsigned true_lanes(bool mask)
+{
+    return mask;
+}
+
+inline bool any(bool mask)
+{
+    return mask;
+}
+
+template <class T> inline void exchange_where(VMask mask, T &a, T &b)
+{
+    const T old = a;
+    a = mask ? b : a;
+    b = mask ? old : b;
+}
+
+inline void exchange_where(bool mask, double &a, double &b)
+{
+    const double old = a;
+    a = mask ? b : a;
+    b = mask ? old : b;
+}
+
+inline V constant(const V &, double value)
+{
+    return broadcast(value);
+}
+
+inline double constant(const double &, double value)
+{
+    return value;
+}
+
+// The rows of a tile within one panel, and the rotations that are set up for it. T is V for four factors, double for
+// one; its elements are stored one after the other.
+template <class T> struct Panel {
+    static constexpr std::size_t factors = sizeof(T) / sizeof(double);
+
+    Panel(const Factors &f, const Tile &tile, std::size_t first_column)
+        : first(first_column), pivots(f.n - first < f.panel ? f.n - first : f.panel), width(f.panel),
+          padded_width(padded_columns(f.panel)), p(f.p + first * factors),
+          diagonal(f.diagonal + first * factors), reciprocal_p(f.reciprocal_p + first * factors),
+          reciprocal_diagonal(f.reciprocal_diagonal + first * factors),
+          within(f.within + first * width * factors), weights(tile.weights), rows(tile.scratch),
+          h(rows + rows_per_tile * padded_width * factors),
+          exchanges(reinterpret_cast<unsigned char *>(h + 2 * rows_per_tile * width * factors))
+    {
+    }
+
+    std::size_t first, pivots, width, padded_width;
+    double *p, *diagonal, *reciprocal_p, *reciprocal_diagonal, *within; // of the panel's first row on
+    double *weights;
+    double *rows;             // rows_per_tile x padded_width x factors
+    double *h;                // row after row, pivot after pivot: h12, h21, of all factors each
+    unsigned char *exchanges; // row after row, pivot after pivot: lanes whose rows change places, as bits
+
+    double *row(std::size_t k) const
+    {
+        return rows + k * padded_width * factors;
+    }
+
+    double *rotation(std::size_t k, std::size_t i) const
+    {
+        return h + 2 * (k * width + i) * factors;
+    }
+};
+
+// 1 / x, but 0 of 0 and of what is too small to have one.
+template <class T> inline T reciprocal_or_zero(T x)
+{
+    const T reciprocal = 1 / x;
+    return reciprocal - reciprocal == constant(x, 0) ? reciprocal : constant(x, 0);
+}
+
+// Exchanges row k and row i of the factor in the lanes of the mask, and the numbers that belong to them.
+template <class T, class Mask>
+inline void exchange_rows(const Panel<T> &panel, std::size_t k, std::size_t i, Mask lanes)
+{
+    constexpr std::size_t factors = Panel<T>::factors;
+    double *row = panel.row(k), *pivot_row = panel.within + i * panel.width * factors;
+    T p = load_as<T>(panel.p + i * factors), x = load_as<T>(panel.diagonal + i * factors);
+    T w = load_as<T>(panel.weights + k * factors), y = load_as<T>(row + i * factors);
+    T scale = x == constant(x, 0) ? x : p / x, p_of_row = w * y;
+    exchange_where(lanes, scale, w);
+    exchange_where(lanes, p, p_of_row);
+    exchange_where(lanes, x, y);
+    store(panel.weights + k * factors, w);
+    store(panel.p + i * factors, p);
+    store(panel.reciprocal_p + i * factors, reciprocal_or_zero(p));
+    store(panel.diagonal + i * factors, x);
+    store(panel.reciprocal_diagonal + i * factors, reciprocal_or_zero(x));
+    store(row + i * factors, y);
+    for (std::size_t j = i + 1; j < panel.pivots; ++j) {
+        T r = load_as<T>(pivot_row + j * factors), v = load_as<T>(row + j * factors);
+        exchange_where(lanes, r, v);
+        store(pivot_row + j * factors, r);
+        store(row + j * factors, v);
+    }
+}
+
+// Sets up the rotation of row k with pivot i of the panel and applies it within the panel. Returns the lanes in which
+// the two rows change places before. There is one division, and the multipliers do not wait for it.
+template <class T, std::size_t fixed_pivots>
+inline unsigned rotate(const Panel<T> &panel, std::size_t k, std::size_t i)
+{
+    constexpr std::size_t factors = Panel<T>::factors;
+    const std::size_t pivots = fixed_pivots != 0 ? fixed_pivots : panel.pivots;
+    double *row = panel.row(k), *pivot_row = panel.within + i * panel.width * factors;
+    T x = load_as<T>(panel.diagonal + i * factors);
+    T w = load_as<T>(panel.weights + k * factors), y = load_as<T>(row + i * factors), p2 = w * y;
+    const T zero = constant(x, 0);
+    const auto outweighs = (p2 * y >= load_as<T>(panel.p + i * factors) * x) & (p2 != zero);
+    unsigned exchanged = 0;
+    if (__builtin_expect(any(outweighs), 0)) {
+        exchanged = true_lanes(outweighs);
+        exchange_rows(panel, k, i, outweighs);
+        x = load_as<T>(panel.diagonal + i * factors);
+        w = load_as<T>(panel.weights + k * factors);
+        y = load_as<T>(row + i * factors);
+        p2 = w * y;
+    }
+    const T h12 = p2 * load_as<T>(panel.reciprocal_p + i * factors);
+    // A row without weight is left as it is: rotated on and on, it could grow beyond the largest number.
+    const T h21 = p2 == zero ? zero : -y * load_as<T>(panel.reciprocal_diagonal + i * factors);
+    const T rotated_x = x + h12 * y, reciprocal = reciprocal_or_zero(rotated_x);
+    store(panel.diagonal + i * factors, rotated_x);
+    store(panel.reciprocal_diagonal + i * factors, reciprocal);
+    store(panel.weights + k * factors, T(w * (x * reciprocal)));
+    store(panel.rotation(k, i), h12);
+    store(panel.rotation(k, i) + factors, h21);
+    for (std::size_t j = i + 1; j < pivots; ++j) {
+        const T r = load_as<T>(pivot_row + j * factors), v = load_as<T>(row + j * factors);
+        store(pivot_row + j * factors, T(r + h12 * v));
+        store(row + j * factors, T(v + h21 * r));
+    }
+    return exchanged;
+}
+
+// All rotations of rows k to k + 3 with the panel, as a wavefront: while a row meets a pivot, the next row meets the
+// pivot before, and neither waits for the other's divisions. Returns true when rows changed places.
+template <class T, std::size_t fixed_pivots> inline bool rotate_group(const Panel<T> &panel, std::size_t k)
+{
+    const std::size_t pivots = fixed_pivots != 0 ? fixed_pivots : panel.pivots;
+    unsigned exchanged = 0;
+    for (std::size_t step = 0; step < pivots + rows_in_flight - 1; ++step) {
+        for (std::size_t r = 0; r < rows_in_flight; ++r) {
+            const std::size_t i = step - r;
+            if (i >= pivots) continue; // before its first pivot, i wraps
+            const unsigned lanes = rotate<T, fixed_pivots>(panel, k + r, i);
+            panel.exchanges[(k + r) * panel.width + i] = static_cast<unsigned char>(lanes);
+            exchanged |= lanes;
+        }
+    }
+    return exchanged != 0;
+}
+
+// Applies a group's rotations to `vectors` vectors of columns behind the panel. The rows stay in registers from the first
+// pivot to the last, a pivot's row while all rows meet it.
+template <int vectors, bool with_exchanges, std::size_t factors>
+inline void rotate_strip(double *values, std::size_t row_stride, double *pivot_rows, std::size_t pivot_stride,
+                         std::size_t pivots, const double *h, std::size_t h_stride,
+                         const unsigned char *exchanges, std::size_t exchange_stride, unsigned lane_bit)
+{
+    V y[rows_in_flight][vectors];
+    for (std::size_t k = 0; k < rows_in_flight; ++k) {
+        for (int v = 0; v < vectors; ++v) y[k][v] = load(values + k * row_stride + side_by_side * v);
+    }
+    for (std::size_t i = 0; i < pivots; ++i) {
+        V r[vectors];
+        for (int v = 0; v < vectors; ++v) r[v] = load(pivot_rows + side_by_side * v);
+        for (std::size_t k = 0; k < rows_in_flight; ++k) {
+            const double *rotation = h + k * h_stride + 2 * i * factors;
+            const V h12 = broadcast(rotation[0]), h21 = broadcast(rotation[factors]);
+            const bool exchange = with_exchanges && (exchanges[k * exchange_stride + i] & lane_bit) != 0;
+            for (int v = 0; v < vectors; ++v) {
+                if (exchange) {
+                    const V old = r[v];
+                    r[v] = y[k][v];
+                    y[k][v] = old;
+                }
+                const V rotated = r[v] + h12 * y[k][v];
+                y[k][v] = y[k][v] + h21 * r[v];
+                r[v] = rotated;
+            }
+        }
+        for (int v = 0; v < vectors; ++v) store(pivot_rows + side_by_side * v, r[v]);
+        pivot_rows += pivot_stride;
+    }
+    for (std::size_t k = 0; k < rows_in_flight; ++k) {
+        for (int v = 0; v < vectors; ++v) store(values + k * row_stride + side_by_side * v, y[k][v]);
+    }
+}
+
+// Applies the rotations of a panel to the columns behind it, for one factor. Strips are taken one after the other, so
+// that a strip of the pivots' rows stays in the first-level cache while all rows pass.
+template <class T>
+inline void rotate_behind(const Panel<T> &panel, const Factors &f, const Tile &tile, std::size_t factor,
+                          std::size_t n_rows, const bool *exchanged)
+{
+    constexpr std::size_t factors = Panel<T>::factors;
+    double *values = tile.values + factor * rows_per_tile * f.padded;
+    double *pivot_rows = f.row_behind(factor, panel.first);
+    for (std::size_t column = panel.first + panel.width; column < f.padded; column += 2 * side_by_side) {
+        const bool wide = column + side_by_side < f.padded;
+        for (std::size_t k = 0; k < n_rows; k += rows_in_flight) {
+            const auto apply = [&](auto rotate_columns) {
+                rotate_columns(values + k * f.padded + column, f.padded, pivot_rows + column, f.padded,
+                               panel.pivots, panel.rotation(k, 0) + factor, 2 * panel.width * factors,
+                               panel.exchanges + k * panel.width, panel.width, 1u << factor);
+            };
+            if (exchanged[k / rows_in_flight]) {
+                if (wide) apply(rotate_strip<2, true, factors>);
+                else apply(rotate_strip<1, true, factors>);
+            } else {
+                if (wide) apply(rotate_strip<2, false, factors>);
+                else apply(rotate_strip<1, false, factors>);
+            }
+        }
+    }
+}
+
+// Four rows' vectors become four columns' vectors.
+inline void transpose(V &a, V &b, V &c, V &d)
+{
+    const V ab_low = __builtin_shufflevector(a, b, 0, 4, 2, 6),
+            ab_high = __builtin_shufflevector(a, b, 1, 5, 3, 7);
+    const V cd_low = __builtin_shufflevector(c, d, 0, 4, 2, 6),
+            cd_high = __builtin_shufflevector(c, d, 1, 5, 3, 7);
+    a = __builtin_shufflevector(ab_low, cd_low, 0, 1, 4, 5);
+    b = __builtin_shufflevector(ab_high, cd_high, 0, 1, 4, 5);
+    c = __builtin_shufflevector(ab_low, cd_low, 2, 3, 6, 7);
+    d = __builtin_shufflevector(ab_high, cd_high, 2, 3, 6, 7);
+}
+
+inline void take_panel(const Panel<V> &panel, const Factors &f, const Tile &tile, std::size_t n_rows)
+{
+    const std::size_t factor_stride = rows_per_tile * f.padded;
+    for (std::size_t k = 0; k < n_rows; ++k) {
+        const double *from = tile.values + k * f.padded + panel.first;
+        for (std::size_t j = 0; j < panel.pivots; j += side_by_side) {
+            V a = load(from + j), b = load(from + factor_stride + j), c = load(from + 2 * factor_stride + j),
+              d = load(from + 3 * factor_stride + j);
+            transpose(a, b, c, d);
+            double *to = panel.row(k) + j * side_by_side;
+            store(to, a);
+            store(to + side_by_side, b);
+            store(to + 2 * side_by_side, c);
+            store(to + 3 * side_by_side, d);
+        }
+    }
+}
+
+inline void take_panel(const Panel<double> &panel, const Factors &f, const Tile &tile, std::size_t n_rows)
+{
+    for (std::size_t k = 0; k < n_rows; ++k) {
+        for (std::size_t j = 0; j < panel.pivots; ++j)
+            panel.row(k)[j] = tile.values[k * f.padded + panel.first + j];
+    }
+}
+
+// Has every row found an empty place in its factor? Nothing is left of it then.
+template <class T> inline bool spent(const Panel<T> &panel, std::size_t n_rows)
+{
+    for (std::size_t k = 0; k < n_rows * Panel<T>::factors; ++k) {
+        if (panel.weights[k] != 0) return false;
+    }
+    return true;
+}
+
+template <class T>
+inline void fold(const Factors &f, const Tile &tile, std::size_t n_rows, std::size_t first_column)
+{
+    for (std::size_t first = first_column / f.panel * f.panel; first < f.n; first += f.panel) {
+        const Panel<T> panel(f, tile, first);
+        take_panel(panel, f, tile, n_rows);
+        bool exchanged[rows_per_tile / rows_in_flight];
+        for (std::size_t k = 0; k < n_rows; k += rows_in_flight)
+            exchanged[k / rows_in_flight] = panel.pivots == panel_width
+                                                ? rotate_group<T, panel_width>(panel, k)
+                                                : rotate_group<T, 0>(panel, k);
+        if (first + f.panel >= f.n || spent(panel, n_rows)) break;
+        for (std::size_t factor = 0; factor < Panel<T>::factors; ++factor)
+            rotate_behind(panel, f, tile, factor, n_rows, exchanged);
+    }
+}
+
+void fold_four(const Factors &factors, const Tile &tile, std::size_t n_rows)
+{
+    fold<V>(factors, tile, n_rows, 0);
+}
+
+void fold_one(const Factors &factor, const Tile &tile, std::size_t n_rows, std::size_t first_column)
+{
+    fold<double>(factor, tile, n_rows, first_column);
+}
+
+// A value less its shift; an infinite one becomes NaN, since it would otherwise pass for a pivot beside which all other
+// rows vanish.
+template <class T> inline T shifted(T value, T shift)
+{
+    return (value - shift) + (value - value);
+}
+
+// Copies n values less their shifts. False when one is NaN.
+template <class Real>
+inline bool take_values(const Real *from, std::size_t n, const double *shift, double *to)
+{
+    if (n >= side_by_side) {
+        VMask missing = {};
+        for (std::size_t j = 0; j < n; j += side_by_side) {
+            j = j + side_by_side <= n ? j : n - side_by_side; // the last vector may overlap the one before
+            const V v = load(from + j);
+            missing |= v != v;
+            store(to + j, shifted(v, load(shift + j)));
+        }
+        return !any(missing);
+    }
+    bool missing = false;
+    for (std::size_t j = 0; j < n; ++j) {
+        const double v = from[j];
+        missing |= v != v;
+        to[j] = shifted(v, shift[j]);
+    }
+    return !missing;
+}
+
+template <class Real> inline bool take_row(const RowSource<Real> &rows, std::int64_t i, double *to)
+{
+    const Real *x = rows.x + static_cast<std::size_t>(i) * rows.x_stride;
+    const double *shift = rows.shift;
+    bool complete = true;
+    if (rows.intercept) {
+        *to++ = 1;
+        ++shift;
+    }
+    if (rows.columns != nullptr) {
+        for (std::size_t j = 0; j < rows.n_independent + rows.n_dependent; ++j) {
+            const double v = x[rows.columns[j]];
+            complete &= v == v;
+            to[j] = shifted(v, shift[j]);
+        }
+        return complete;
+    }
+    complete = take_values(x, rows.n_independent, shift, to);
+    if (rows.n_dependent > 0) {
+        const Real *y = rows.y + static_cast<std::size_t>(i) * rows.n_dependent;
+        complete &= take_values(y, rows.n_dependent, shift + rows.n_independent, to + rows.n_independent);
+    }
+    return complete;
+}
+
+enum class MassKind { positive, none, missing, bad };
+
+inline MassKind kind_of_mass(double f, double w)
+{
+    const double mass = f * w;
+    if (mass > 0 && mass <= __DBL_MAX__ && f > 0) return MassKind::positive;
+    if (f != f || w != w) return MassKind::missing;
+    const bool finite = f <= __DBL_MAX__ && w <= __DBL_MAX__ && (mass <= __DBL_MAX__);
+    return f >= 0 && w >= 0 && finite ? MassKind::none : MassKind::bad;
+}
+
+inline void add_sums(const double *values, double mass, std::size_t n, double *sums)
+{
+    for (std::size_t j = 0; j < n; ++j) sums[j] += mass * values[j];
+}
+
+template <class Real>
+std::size_t read_rows(const RowSource<Real> &rows, std::int64_t &next, std::int64_t end, std::size_t most,
+                      std::size_t padded, double *values, double *weights, std::size_t weight_stride,
+                      RowTally &tally)
+{
+    std::size_t used = 0;
+    for (; used < most && next < end; ++next) {
+        const auto i = static_cast<std::size_t>(next);
+        const double f = rows.frequencies != nullptr ? rows.frequencies[i * rows.frequency_stride] : 1;
+        const double w = rows.weights != nullptr ? rows.weights[i * rows.weight_stride] : 1;
+        const double mass = f * w;
+        const MassKind kind = kind_of_mass(f, w);
+        if (kind == MassKind::bad && tally.first_bad < 0) tally.first_bad = next;
+        if (kind == MassKind::bad || kind == MassKind::none) continue;
+        double *to = values + used * padded;
+        if ((kind == MassKind::missing || !take_row(rows, next, to)) && rows.exclude_missing) {
+            ++tally.missing;
+            continue;
+        }
+        weights[used * weight_stride] = mass;
+        tally.frequencies += f;
+        if (tally.sums != nullptr) {
+            tally.mass += mass;
+            add_sums(to, mass, rows.n_independent + rows.n_dependent, tally.sums);
+        }
+        ++used;
+    }
+    tally.used += static_cast<std::int64_t>(used);
+    return used;
+}
+
+constexpr RotationKernels kernels_of_this_level = {read_rows<float>, read_rows<double>, fold_four, fold_one};
+
+} // namespace
+} // namespace tavik::regression

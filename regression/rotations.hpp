@@ -1,0 +1,115 @@
+// Folding rows into upper-triangular factors by modified Givens rotations: the data that the leaf kernels work on.
+//
+// Four factors grow side by side, one a lane of a vector, so that rotations are set up four at a time. Each is
+// fed from a part of the rows of its own; in the end a factor is merged into another as if its rows were data.
+// A rotation whose new row outweighs the pivot's first exchanges the two, so the multipliers are bounded, and
+// what remains is always the form (1 h12; h21 1).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tavik::regression {
+
+constexpr std::size_t side_by_side = 4;   // factors in a set, and columns in a vector
+constexpr std::size_t rows_per_tile = 32; // of each factor
+constexpr std::size_t rows_in_flight = 4; // rows whose rotations are set up in a wavefront
+
+// Up to this many columns a factor is one panel, and all of its columns are rotated where rotations are set up.
+// Wider ones have narrow panels; columns behind a panel are rotated afterwards, many at once.
+constexpr std::size_t widest_single_panel = 16, panel_width = 8;
+
+constexpr std::size_t padded_columns(std::size_t n)
+{
+    return (n + side_by_side - 1) / side_by_side * side_by_side;
+}
+
+// One factor, or four of them; the index of the factor runs fastest in all but `behind`. Row i stands for d_i r_i r_i'
+// with scale factor d_i = p_i / r_ii. Rotations leave p_i as it is, so only exchanges change it. An empty row is 0.
+struct Factors {
+    std::size_t n, padded, panel;               // columns, those with padding, pivots in a panel
+    double *p, *diagonal;                       // n each: p_i and r_ii
+    double *reciprocal_p, *reciprocal_diagonal; // of 0 it is 0
+    double *within; // n x panel: r_ij for j behind i in the panel of i, at j less the panel's first column
+    double *behind; // factor after factor, n x padded: r_ij for j behind the panel of i
+
+    double *row_behind(std::size_t factor, std::size_t i) const
+    {
+        return behind + (factor * n + i) * padded;
+    }
+};
+
+constexpr std::size_t panel_of(std::size_t n)
+{
+    return n <= widest_single_panel ? n : panel_width;
+}
+
+constexpr std::size_t factors_size(std::size_t n, std::size_t count)
+{
+    const std::size_t with_padding = n > widest_single_panel ? n * padded_columns(n) : 0;
+    return count * (n * (4 + panel_of(n)) + with_padding);
+}
+
+// Rows on their way into factors: for each factor rows_per_tile rows of `padded` values and their weights. The rows
+// are spent when they are folded in.
+struct Tile {
+    double *values;  // factor after factor
+    double *weights; // row after row, the factors' side by side
+    double *scratch; // tile_scratch_size
+};
+
+constexpr std::size_t tile_values_size(std::size_t n, std::size_t count)
+{
+    return count * rows_per_tile * padded_columns(n);
+}
+
+// The rows' panel, and h12, h21 and the exchanges of its rotations.
+constexpr std::size_t tile_scratch_size(std::size_t n, std::size_t count)
+{
+    return count * rows_per_tile * (padded_columns(panel_of(n)) + 2 * panel_of(n)) +
+           rows_per_tile * panel_of(n);
+}
+
+// Rows of the caller's, and what is to be made of them. Columns of a row in the factor: 1 if there is an intercept,
+// the independent variables, the responses.
+template <class Real> struct RowSource {
+    const Real *x, *y; // y is null when the responses are columns of x
+    const std::size_t
+        *columns; // of x: the independent variables, then the responses; null: the first n_independent
+    std::size_t x_stride, n_independent, n_dependent;
+    const Real *frequencies, *weights; // null: all 1
+    std::size_t frequency_stride, weight_stride;
+    const double *shift; // what is subtracted from a row; as long as a row of the factor
+    bool intercept, exclude_missing;
+};
+
+// What became of the rows that were read.
+struct RowTally {
+    std::int64_t used, missing;
+    std::int64_t first_bad; // a row whose frequency or weight is negative or infinite; -1: none
+    double frequencies;
+    double mass;  // the next two without an intercept only, from which the means come otherwise
+    double *sums; // n: values times masses; null with an intercept
+};
+
+struct RotationKernels {
+    // Reads rows from `next` on until `most` are used or `end` is reached, as consecutive rows of `padded` values; the
+    // weight of each goes to every weight_stride-th element. Moves `next` behind what was read.
+    std::size_t (*read_f)(const RowSource<float> &rows, std::int64_t &next, std::int64_t end,
+                          std::size_t most, std::size_t padded, double *values, double *weights,
+                          std::size_t weight_stride, RowTally &tally);
+    std::size_t (*read_d)(const RowSource<double> &rows, std::int64_t &next, std::int64_t end,
+                          std::size_t most, std::size_t padded, double *values, double *weights,
+                          std::size_t weight_stride, RowTally &tally);
+    // Folds the first n_rows rows of the tile, a multiple of rows_in_flight, into four factors.
+    void (*fold_four)(const Factors &factors, const Tile &tile, std::size_t n_rows);
+    // The same for one factor; the rows are 0 before column first_column.
+    void (*fold_one)(const Factors &factor, const Tile &tile, std::size_t n_rows, std::size_t first_column);
+};
+
+extern const RotationKernels baseline_rotation_kernels, avx2_rotation_kernels;
+
+// Those for this processor.
+const RotationKernels &rotation_kernels();
+
+} // namespace tavik::regression

@@ -1,0 +1,117 @@
+// Results for each row of the call: residuals and leverages.
+#pragma once
+
+#include "solution.hpp"
+
+#include "frame/parallel.hpp"
+
+namespace tavik::regression {
+
+// The caller's rows, one element at a time: rows without mass, too, have a residual.
+template <class Real> struct RowReader {
+    const RowSource<Real> &rows;
+
+    Real element(std::size_t i, std::size_t j) const // the independent variables, then the responses
+    {
+        if (rows.columns != nullptr) return rows.x[i * rows.x_stride + rows.columns[j]];
+        return j < rows.n_independent ? rows.x[i * rows.x_stride + j]
+                                      : rows.y[i * rows.n_dependent + j - rows.n_independent];
+    }
+
+    Real weight(std::size_t i) const
+    {
+        return rows.weights != nullptr ? rows.weights[i * rows.weight_stride] : 1;
+    }
+
+    bool is_missing(std::size_t i) const
+    {
+        if (rows.frequencies != nullptr && std::isnan(rows.frequencies[i * rows.frequency_stride]))
+            return true;
+        if (std::isnan(weight(i))) return true;
+        for (std::size_t j = 0; j < rows.n_independent + rows.n_dependent; ++j) {
+            if (std::isnan(element(i, j))) return true;
+        }
+        return false;
+    }
+};
+
+// Calls body(i, thread) for every row; rows are cut into pieces for several threads.
+template <class Body> void for_each_row(std::int64_t n_rows, int threads, const Body &body)
+{
+    constexpr std::int64_t piece = 1024;
+    OrderedPieces pieces((n_rows + piece - 1) / piece);
+    parallel(threads, [&](int thread) {
+        for (std::int64_t k = pieces.take(); k >= 0; k = pieces.take()) {
+            const std::int64_t end = std::min((k + 1) * piece, n_rows);
+            for (std::int64_t i = k * piece; i < end; ++i) body(static_cast<std::size_t>(i), thread);
+        }
+    });
+}
+
+inline int row_threads(std::int64_t n_rows, std::size_t values_per_row)
+{
+    constexpr std::int64_t least_rows = 1024;
+    return thread_count(n_rows / least_rows, n_rows * static_cast<std::int64_t>(values_per_row));
+}
+
+template <class Real>
+void set_residuals(const RowSource<Real> &rows, std::int64_t n_rows, const Solution<Real> &solution,
+                   Real *residuals)
+{
+    const RowReader<Real> reader{rows};
+    const std::size_t p = rows.n_independent, q = rows.n_dependent;
+    for_each_row(n_rows, row_threads(n_rows, p + q), [&](std::size_t i, int) {
+        const bool missing = reader.is_missing(i);
+        for (std::size_t c = 0; c < q; ++c) {
+            const long double *b = solution.coefficients(c);
+            auto rest = static_cast<long double>(reader.element(i, p + c));
+            if (rows.intercept) rest -= *b++;
+            for (std::size_t j = 0; j < p; ++j) rest -= b[j] * static_cast<long double>(reader.element(i, j));
+            residuals[i * q + c] = missing ? not_a_number<Real> : static_cast<Real>(rest);
+        }
+    });
+}
+
+// w |D^-1/2 R'^-1 x|^2 from shifted data, by forward substitution. In the arithmetic of T: long double for factors whose
+// condition may matter, double for wide ones.
+template <class T, class Real>
+bool set_leverages_in(const RowSource<Real> &rows, std::int64_t n_rows, const Solution<Real> &solution,
+                      Real *leverages, Workspace &workspace)
+{
+    const RowReader<Real> reader{rows};
+    const std::size_t n = solution.n_coefficients(), first = rows.intercept ? 1 : 0;
+    const int threads = row_threads(n_rows, n * n / 4 + 1);
+    auto *factor = workspace.array<T>(n * n, "n_independent");
+    auto *work = workspace.array<T>(n * static_cast<std::size_t>(threads), "n_independent");
+    if (factor == nullptr || work == nullptr) return false;
+    for (std::size_t i = 0; i < n; ++i) {
+        for (std::size_t j = i; j < n; ++j) factor[i * n + j] = static_cast<T>(solution.shifted_row(i)[j]);
+    }
+    for_each_row(n_rows, threads, [&](std::size_t i, int thread) {
+        T *rest = work + static_cast<std::size_t>(thread) * n, sum = 0;
+        if (rows.intercept) rest[0] = 1;
+        for (std::size_t j = first; j < n; ++j)
+            rest[j] = static_cast<T>(reader.element(i, j - first)) - static_cast<T>(solution.shift()[j]);
+        for (std::size_t j = 0; j < n; ++j) {
+            if (solution.is_dependent(j)) continue;
+            const T *r = factor + j * n, z = rest[j] / r[j];
+            sum += z * z / static_cast<T>(solution.scale(j));
+            for (std::size_t k = j + 1; k < n; ++k) rest[k] -= z * r[k];
+        }
+        leverages[i] = reader.is_missing(i) ? not_a_number<Real>
+                                            : static_cast<Real>(sum * static_cast<T>(reader.weight(i)));
+    });
+    return true;
+}
+
+template <class Real>
+bool set_leverages(const RowSource<Real> &rows, std::int64_t n_rows, const Solution<Real> &solution,
+                   Real *leverages, Workspace &workspace)
+{
+    constexpr std::size_t widest_in_long_double = 32;
+    return solution.n_coefficients() <= widest_in_long_double
+               ? set_leverages_in<long double>(rows, n_rows, solution, leverages, workspace)
+               : set_leverages_in<double>(rows, n_rows, solution, leverages, workspace);
+}
+
+} // namespace tavik::regression

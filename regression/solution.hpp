@@ -1,0 +1,170 @@
+// solve(): from a fit's factor to its rank and coefficients, and the sums that all other results are made of.
+#pragma once
+
+#include "fit.hpp"
+#include "regress_options.hpp"
+
+#include "frame/error.hpp"
+#include "frame/workspace.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tavik::regression {
+
+template <class Real> class Solution {
+public:
+    // Uses the fit's factor up: rows of dependent columns are dissolved. False, with an error, without memory.
+    bool solve(Fit &fit, Real tolerance, Workspace &workspace)
+    {
+        fit_ = &fit;
+        n_ = fit.shape.n_coefficients();
+        first_ = fit.shape.intercept ? 1 : 0;
+        responses_ = static_cast<std::size_t>(fit.shape.n_dependent);
+        const std::size_t columns = n_ + responses_;
+        first_row_ = workspace.array<long double>(columns, "n_independent");
+        squares_ = workspace.array<long double>(columns, "n_independent");
+        coefficients_ = workspace.array<long double>(n_ * responses_, "n_dependent");
+        dependent_ = workspace.array<bool>(n_, "n_independent");
+        if (fatal_pending()) return false;
+        unshift_first_row();
+        find_rank(static_cast<long double>(tolerance));
+        for (std::size_t c = 0; c < responses_; ++c) find_coefficients(c);
+        return true;
+    }
+
+    std::size_t n_coefficients() const
+    {
+        return n_;
+    }
+
+    std::size_t n_responses() const
+    {
+        return responses_;
+    }
+
+    std::size_t rank() const
+    {
+        return rank_;
+    }
+
+    bool is_dependent(std::size_t j) const
+    {
+        return dependent_[j];
+    }
+
+    // Of response c, for data as the caller has them.
+    const long double *coefficients(std::size_t c) const
+    {
+        return coefficients_ + c * n_;
+    }
+
+    // Row i of the factor of the data as the caller has them.
+    const long double *row(std::size_t i) const
+    {
+        return i == 0 ? first_row_ : fit_->factor.row(i);
+    }
+
+    long double scale(std::size_t i) const
+    {
+        return fit_->factor.scale(i);
+    }
+
+    // Row i of the factor of shifted data.
+    const long double *shifted_row(std::size_t i) const
+    {
+        return fit_->factor.row(i);
+    }
+
+    const double *shift() const
+    {
+        return fit_->shift;
+    }
+
+    long double mean(std::size_t column) const
+    {
+        if (first_ == 1) return dependent_[0] ? std::nanl("") : first_row_[column] / first_row_[0];
+        return fit_->mass != 0 ? fit_->sums[column] / fit_->mass : std::nanl("");
+    }
+
+    // Sum of squares that the independent variables account for.
+    long double regression_square(std::size_t c) const
+    {
+        return fit_->factor.crossproduct(first_, n_, n_ + c, n_ + c);
+    }
+
+    std::size_t regression_degrees_of_freedom() const
+    {
+        return rank_ - (first_ == 1 && !dependent_[0]);
+    }
+
+    // Crossproduct of the residuals of two responses. What lies below the rounding of a response is 0.
+    long double error_crossproduct(std::size_t a, std::size_t b) const
+    {
+        const auto of = [this](std::size_t c, std::size_t d) {
+            return fit_->factor.crossproduct(n_, n_ + responses_, n_ + c, n_ + d);
+        };
+        constexpr long double rounding = static_cast<long double>(epsilon<Real>) / 16;
+        for (const std::size_t c : {a, b}) {
+            if (of(c, c) <= rounding * rounding * squares_[n_ + c]) return 0;
+        }
+        return of(a, b);
+    }
+
+    long double error_degrees_of_freedom() const
+    {
+        constexpr long double rounding = 1e-12L; // of a sum of fractional frequencies
+        const long double left = fit_->frequencies - static_cast<long double>(rank_);
+        return std::fabs(left) <= rounding * fit_->frequencies ? 0 : left;
+    }
+
+private:
+    void unshift_first_row()
+    {
+        const long double *row = fit_->factor.row(0);
+        for (std::size_t j = 0; j < n_ + responses_; ++j)
+            first_row_[j] = row[j] + row[0] * static_cast<long double>(j < first_ ? 0 : fit_->shift[j]);
+    }
+
+    // A column whose own square is nothing beside the whole is dependent on those before it. What its row holds of
+    // later columns belongs to their squares.
+    void find_rank(long double tolerance)
+    {
+        const auto &factor = fit_->factor;
+        for (std::size_t j = 0; j < n_ + responses_; ++j) {
+            squares_[j] = factor.scale(0) * first_row_[j] * first_row_[j];
+            if (j > 0) squares_[j] += factor.crossproduct(1, j + 1, j, j);
+        }
+        rank_ = n_;
+        for (std::size_t j = 0; j < n_; ++j) {
+            const long double diagonal = factor.row(j)[j], own = factor.scale(j) * diagonal * diagonal;
+            dependent_[j] = own == 0 || own <= tolerance * tolerance * squares_[j];
+            if (!dependent_[j]) continue;
+            --rank_;
+            fit_->factor.dissolve_row(j);
+            if (j == 0) std::fill_n(first_row_, n_ + responses_, 0.0L);
+        }
+    }
+
+    // By back substitution from shifted data; then the intercept makes up for the shift.
+    void find_coefficients(std::size_t c)
+    {
+        long double *b = coefficients_ + c * n_;
+        for (std::size_t j = n_; j-- > 0;) {
+            const long double *r = fit_->factor.row(j);
+            long double rest = r[n_ + c];
+            for (std::size_t k = j + 1; k < n_; ++k) rest -= r[k] * b[k];
+            b[j] = dependent_[j] ? 0 : rest / r[j];
+        }
+        if (first_ == 0 || dependent_[0]) return;
+        b[0] += static_cast<long double>(fit_->shift[n_ + c]);
+        for (std::size_t k = 1; k < n_; ++k) b[0] -= b[k] * static_cast<long double>(fit_->shift[k]);
+    }
+
+    Fit *fit_ = nullptr;
+    std::size_t n_ = 0, first_ = 0, responses_ = 0, rank_ = 0;
+    long double *first_row_ = nullptr, *squares_ = nullptr, *coefficients_ = nullptr;
+    bool *dependent_ = nullptr;
+};
+
+} // namespace tavik::regression
