@@ -9,12 +9,17 @@ namespace tavik::regression {
 template <class Real> class InverseFactor {
 public:
     // False, with an error, without memory.
-    bool compute(const Solution<Real> &solution, Workspace &workspace)
+    bool prepare(std::size_t n_coefficients, Workspace &workspace)
+    {
+        n_ = n_coefficients;
+        inverse_ = workspace.array<long double>(n_ * n_, "n_independent");
+        product_ = workspace.array<long double>(n_ * n_, "n_independent");
+        return !fatal_pending();
+    }
+
+    void compute(const Solution<Real> &solution)
     {
         solution_ = &solution;
-        n_ = solution.n_coefficients();
-        inverse_ = workspace.array<long double>(n_ * n_, "n_independent");
-        if (inverse_ == nullptr) return false;
         std::fill_n(inverse_, n_ * n_, 0.0L);
         for (std::size_t k = 0; k < n_; ++k) {
             if (solution.is_dependent(k)) continue;
@@ -28,7 +33,6 @@ public:
                 column[i] = -sum / r[i];
             }
         }
-        return true;
     }
 
     // Element (i, i) of the inverse of X'WX.
@@ -42,27 +46,25 @@ public:
         return sum;
     }
 
-    // The whole inverse, lower triangle. False, with an error, without memory.
-    long double *product(Workspace &workspace) const
+    // That whole inverse, its lower triangle.
+    const long double *product() const
     {
-        auto *product = workspace.array<long double>(n_ * n_, "n_independent");
-        if (product == nullptr) return nullptr;
-        std::fill_n(product, n_ * n_, 0.0L);
+        std::fill_n(product_, n_ * n_, 0.0L);
         for (std::size_t k = 0; k < n_; ++k) {
             if (solution_->is_dependent(k)) continue;
             const long double *u = inverse_ + k * n_;
             for (std::size_t i = 0; i <= k; ++i) {
                 const long double factor = u[i] / solution_->scale(k);
-                for (std::size_t j = 0; j <= i; ++j) product[i * n_ + j] += factor * u[j];
+                for (std::size_t j = 0; j <= i; ++j) product_[i * n_ + j] += factor * u[j];
             }
         }
-        return product;
+        return product_;
     }
 
 private:
     const Solution<Real> *solution_ = nullptr;
     std::size_t n_ = 0;
-    long double *inverse_ = nullptr;
+    long double *inverse_ = nullptr, *product_ = nullptr;
 };
 
 template <class Real> long double error_variance(const Solution<Real> &solution, std::size_t c)
@@ -72,12 +74,11 @@ template <class Real> long double error_variance(const Solution<Real> &solution,
 }
 
 template <class Real>
-bool set_covariances(const Solution<Real> &solution, const InverseFactor<Real> &inverse, std::size_t stride,
-                     Real *covariances, Workspace &workspace)
+void set_covariances(const Solution<Real> &solution, const InverseFactor<Real> &inverse, std::size_t stride,
+                     Real *covariances)
 {
     const std::size_t n = solution.n_coefficients();
-    const long double *product = inverse.product(workspace);
-    if (product == nullptr) return false;
+    const long double *product = inverse.product();
     for (std::size_t c = 0; c < solution.n_responses(); ++c, covariances += n * stride) {
         const long double variance = error_variance(solution, c);
         for (std::size_t i = 0; i < n; ++i) {
@@ -88,7 +89,6 @@ bool set_covariances(const Solution<Real> &solution, const InverseFactor<Real> &
             }
         }
     }
-    return true;
 }
 
 // Estimate, standard error, t and two-sided p of every coefficient.

@@ -174,7 +174,7 @@ template <class Real> void set_crossproducts(const Solution<Real> &solution, Rea
     }
 }
 
-// Completes the fit. The caller's pointers and variables are written last, when nothing can fail any more.
+// Completes the fit. Nothing of the caller's is written before nothing can fail any more.
 template <class Real>
 void finish(Fit &fit, const RowSource<Real> &rows, int n_rows, const RegressionOptions<Real> &options,
             Workspace &workspace, Real *&result)
@@ -186,23 +186,24 @@ void finish(Fit &fit, const RowSource<Real> &rows, int n_rows, const RegressionO
     OutputArrays<Real> out;
     Solution<Real> solution;
     InverseFactor<Real> inverse;
-    if (!out.prepare(shape, static_cast<std::size_t>(n_rows), stride, options, workspace) ||
+    Leverages<Real> leverages;
+    if (!out.prepare(shape, static_cast<std::size_t>(n_rows), stride, options, workspace)) return;
+    const bool needs_inverse = out.covariances != nullptr || out.statistics != nullptr;
+    if ((needs_inverse && !inverse.prepare(n, workspace)) ||
+        (options.leverages != nullptr && !leverages.prepare(n, n_rows, workspace)) ||
         !solution.solve(fit, options.tolerance, workspace))
         return;
     Real sums[anova::n_entries];
     for (std::size_t c = 0; out.anova != nullptr && c < solution.n_responses(); ++c) {
         if (!set_sums(solution, c, sums)) return;
     }
-    if ((out.covariances != nullptr || out.statistics != nullptr) && !inverse.compute(solution, workspace))
-        return;
 
-    if (out.covariances != nullptr && !set_covariances(solution, inverse, stride, out.covariances, workspace))
-        return;
-    if (options.leverages != nullptr && !set_leverages(rows, n_rows, solution, options.leverages, workspace))
-        return;
+    if (needs_inverse) inverse.compute(solution);
+    if (out.covariances != nullptr) set_covariances(solution, inverse, stride, out.covariances);
+    if (out.statistics != nullptr) set_statistics(solution, inverse, out.statistics);
+    if (options.leverages != nullptr) leverages.write(rows, solution, options.leverages);
     for (std::size_t c = 0; out.anova != nullptr && c < solution.n_responses(); ++c)
         set_anova(solution, c, out.anova + c * anova::n_entries);
-    if (out.statistics != nullptr) set_statistics(solution, inverse, out.statistics);
     if (out.residuals != nullptr) set_residuals(rows, n_rows, solution, out.residuals);
     if (out.means != nullptr) set_means(solution, shape.intercept, out.means);
     if (out.r_factor != nullptr) set_r_factor(solution, out.r_factor);

@@ -195,20 +195,19 @@ inline unsigned rotate(const Panel<T> &panel, std::size_t k, std::size_t i)
 
 // All rotations of rows k to k + 3 with the panel, as a wavefront: while a row meets a pivot, the next row meets the
 // pivot before, and neither waits for the other's divisions. Returns true when rows changed places.
-template <class T, std::size_t fixed_pivots> inline bool rotate_group(const Panel<T> &panel, std::size_t k)
+template <class T, std::size_t fixed_pivots>
+inline void rotate_group(const Panel<T> &panel, std::size_t k, unsigned char *exchanged)
 {
     const std::size_t pivots = fixed_pivots != 0 ? fixed_pivots : panel.pivots;
-    unsigned exchanged = 0;
     for (std::size_t step = 0; step < pivots + rows_in_flight - 1; ++step) {
         for (std::size_t r = 0; r < rows_in_flight; ++r) {
             const std::size_t i = step - r;
             if (i >= pivots) continue; // before its first pivot, i wraps
-            const unsigned lanes = rotate<T, fixed_pivots>(panel, k + r, i);
-            panel.exchanges[(k + r) * panel.width + i] = static_cast<unsigned char>(lanes);
-            exchanged |= lanes;
+            const auto lanes = static_cast<unsigned char>(rotate<T, fixed_pivots>(panel, k + r, i));
+            panel.exchanges[(k + r) * panel.width + i] = lanes;
+            exchanged[(k + r) / rows_in_strip] |= lanes;
         }
     }
-    return exchanged != 0;
 }
 
 // Applies a group's rotations to `vectors` vectors of columns behind the panel. The rows stay in registers from the first
@@ -218,14 +217,14 @@ inline void rotate_strip(double *values, std::size_t row_stride, double *pivot_r
                          std::size_t pivots, const double *h, std::size_t h_stride,
                          const unsigned char *exchanges, std::size_t exchange_stride, unsigned lane_bit)
 {
-    V y[rows_in_flight][vectors];
-    for (std::size_t k = 0; k < rows_in_flight; ++k) {
+    V y[rows_in_strip][vectors];
+    for (std::size_t k = 0; k < rows_in_strip; ++k) {
         for (int v = 0; v < vectors; ++v) y[k][v] = load(values + k * row_stride + side_by_side * v);
     }
     for (std::size_t i = 0; i < pivots; ++i) {
         V r[vectors];
         for (int v = 0; v < vectors; ++v) r[v] = load(pivot_rows + side_by_side * v);
-        for (std::size_t k = 0; k < rows_in_flight; ++k) {
+        for (std::size_t k = 0; k < rows_in_strip; ++k) {
             const double *rotation = h + k * h_stride + 2 * i * factors;
             const V h12 = broadcast(rotation[0]), h21 = broadcast(rotation[factors]);
             const bool exchange = with_exchanges && (exchanges[k * exchange_stride + i] & lane_bit) != 0;
@@ -243,7 +242,7 @@ inline void rotate_strip(double *values, std::size_t row_stride, double *pivot_r
         for (int v = 0; v < vectors; ++v) store(pivot_rows + side_by_side * v, r[v]);
         pivot_rows += pivot_stride;
     }
-    for (std::size_t k = 0; k < rows_in_flight; ++k) {
+    for (std::size_t k = 0; k < rows_in_strip; ++k) {
         for (int v = 0; v < vectors; ++v) store(values + k * row_stride + side_by_side * v, y[k][v]);
     }
 }
@@ -252,20 +251,20 @@ inline void rotate_strip(double *values, std::size_t row_stride, double *pivot_r
 // that a strip of the pivots' rows stays in the first-level cache while all rows pass.
 template <class T>
 inline void rotate_behind(const Panel<T> &panel, const Factors &f, const Tile &tile, std::size_t factor,
-                          std::size_t n_rows, const bool *exchanged)
+                          std::size_t n_rows, const unsigned char *exchanged)
 {
     constexpr std::size_t factors = Panel<T>::factors;
     double *values = tile.values + factor * rows_per_tile * f.padded;
     double *pivot_rows = f.row_behind(factor, panel.first);
     for (std::size_t column = panel.first + panel.width; column < f.padded; column += 2 * side_by_side) {
         const bool wide = column + side_by_side < f.padded;
-        for (std::size_t k = 0; k < n_rows; k += rows_in_flight) {
+        for (std::size_t k = 0; k < n_rows; k += rows_in_strip) {
             const auto apply = [&](auto rotate_columns) {
                 rotate_columns(values + k * f.padded + column, f.padded, pivot_rows + column, f.padded,
                                panel.pivots, panel.rotation(k, 0) + factor, 2 * panel.width * factors,
                                panel.exchanges + k * panel.width, panel.width, 1u << factor);
             };
-            if (exchanged[k / rows_in_flight]) {
+            if ((exchanged[k / rows_in_strip] & 1u << factor) != 0) {
                 if (wide) apply(rotate_strip<2, true, factors>);
                 else apply(rotate_strip<1, true, factors>);
             } else {
@@ -330,11 +329,12 @@ inline void fold(const Factors &f, const Tile &tile, std::size_t n_rows, std::si
     for (std::size_t first = first_column / f.panel * f.panel; first < f.n; first += f.panel) {
         const Panel<T> panel(f, tile, first);
         take_panel(panel, f, tile, n_rows);
-        bool exchanged[rows_per_tile / rows_in_flight];
-        for (std::size_t k = 0; k < n_rows; k += rows_in_flight)
-            exchanged[k / rows_in_flight] = panel.pivots == panel_width
-                                                ? rotate_group<T, panel_width>(panel, k)
-                                                : rotate_group<T, 0>(panel, k);
+        unsigned char exchanged[rows_per_tile / rows_in_strip] =
+            {}; // lanes in which some rows changed places
+        for (std::size_t k = 0; k < n_rows; k += rows_in_flight) {
+            if (panel.pivots == panel_width) rotate_group<T, panel_width>(panel, k, exchanged);
+            else rotate_group<T, 0>(panel, k, exchanged);
+        }
         if (first + f.panel >= f.n || spent(panel, n_rows)) break;
         for (std::size_t factor = 0; factor < Panel<T>::factors; ++factor)
             rotate_behind(panel, f, tile, factor, n_rows, exchanged);

@@ -14,6 +14,7 @@ namespace tavik::regression {
 constexpr std::size_t side_by_side = 4;   // factors in a set, and columns in a vector
 constexpr std::size_t rows_per_tile = 32; // of each factor
 constexpr std::size_t rows_in_flight = 4; // rows whose rotations are set up in a wavefront
+constexpr std::size_t rows_in_strip = 4;  // rows that are rotated together behind a panel
 
 // Up to this many columns a factor is one panel, and all of its columns are rotated where rotations are set up.
 // Wider ones have narrow panels; columns behind a panel are rotated afterwards, many at once.

@@ -72,46 +72,59 @@ void set_residuals(const RowSource<Real> &rows, std::int64_t n_rows, const Solut
     });
 }
 
-// w |D^-1/2 R'^-1 x|^2 from shifted data, by forward substitution. In the arithmetic of T: long double for factors whose
-// condition may matter, double for wide ones.
-template <class T, class Real>
-bool set_leverages_in(const RowSource<Real> &rows, std::int64_t n_rows, const Solution<Real> &solution,
-                      Real *leverages, Workspace &workspace)
-{
-    const RowReader<Real> reader{rows};
-    const std::size_t n = solution.n_coefficients(), first = rows.intercept ? 1 : 0;
-    const int threads = row_threads(n_rows, n * n / 4 + 1);
-    auto *factor = workspace.array<T>(n * n, "n_independent");
-    auto *work = workspace.array<T>(n * static_cast<std::size_t>(threads), "n_independent");
-    if (factor == nullptr || work == nullptr) return false;
-    for (std::size_t i = 0; i < n; ++i) {
-        for (std::size_t j = i; j < n; ++j) factor[i * n + j] = static_cast<T>(solution.shifted_row(i)[j]);
+// Leverages, w |D^-1/2 R'^-1 x|^2, from shifted data by forward substitution.
+template <class Real> class Leverages {
+public:
+    // False, with an error, without memory.
+    bool prepare(std::size_t n_coefficients, std::int64_t n_rows, Workspace &workspace)
+    {
+        n_ = n_coefficients;
+        n_rows_ = n_rows;
+        threads_ = row_threads(n_rows, n_ * n_ / 4 + 1);
+        memory_ =
+            workspace.array<long double>(n_ * (n_ + static_cast<std::size_t>(threads_)), "n_independent");
+        return memory_ != nullptr;
     }
-    for_each_row(n_rows, threads, [&](std::size_t i, int thread) {
-        T *rest = work + static_cast<std::size_t>(thread) * n, sum = 0;
-        if (rows.intercept) rest[0] = 1;
-        for (std::size_t j = first; j < n; ++j)
-            rest[j] = static_cast<T>(reader.element(i, j - first)) - static_cast<T>(solution.shift()[j]);
-        for (std::size_t j = 0; j < n; ++j) {
-            if (solution.is_dependent(j)) continue;
-            const T *r = factor + j * n, z = rest[j] / r[j];
-            sum += z * z / static_cast<T>(solution.scale(j));
-            for (std::size_t k = j + 1; k < n; ++k) rest[k] -= z * r[k];
-        }
-        leverages[i] = reader.is_missing(i) ? not_a_number<Real>
-                                            : static_cast<Real>(sum * static_cast<T>(reader.weight(i)));
-    });
-    return true;
-}
 
-template <class Real>
-bool set_leverages(const RowSource<Real> &rows, std::int64_t n_rows, const Solution<Real> &solution,
-                   Real *leverages, Workspace &workspace)
-{
-    constexpr std::size_t widest_in_long_double = 32;
-    return solution.n_coefficients() <= widest_in_long_double
-               ? set_leverages_in<long double>(rows, n_rows, solution, leverages, workspace)
-               : set_leverages_in<double>(rows, n_rows, solution, leverages, workspace);
-}
+    // In long double, because the condition of the factor matters, unless that would take long.
+    void write(const RowSource<Real> &rows, const Solution<Real> &solution, Real *leverages) const
+    {
+        constexpr std::size_t widest_in_long_double = 32;
+        if (n_ <= widest_in_long_double) write_by(memory_, rows, solution, leverages);
+        else write_by(reinterpret_cast<double *>(memory_), rows, solution, leverages);
+    }
+
+private:
+    template <class T>
+    void write_by(T *factor, const RowSource<Real> &rows, const Solution<Real> &solution,
+                  Real *leverages) const
+    {
+        const RowReader<Real> reader{rows};
+        const std::size_t n = n_, first = rows.intercept ? 1 : 0;
+        for (std::size_t i = 0; i < n; ++i) {
+            for (std::size_t j = i; j < n; ++j)
+                factor[i * n + j] = static_cast<T>(solution.shifted_row(i)[j]);
+        }
+        for_each_row(n_rows_, threads_, [&](std::size_t i, int thread) {
+            T *rest = factor + n * (n + static_cast<std::size_t>(thread)), sum = 0;
+            if (rows.intercept) rest[0] = 1;
+            for (std::size_t j = first; j < n; ++j)
+                rest[j] = static_cast<T>(reader.element(i, j - first)) - static_cast<T>(solution.shift()[j]);
+            for (std::size_t j = 0; j < n; ++j) {
+                if (solution.is_dependent(j)) continue;
+                const T *r = factor + j * n, z = rest[j] / r[j];
+                sum += z * z / static_cast<T>(solution.scale(j));
+                for (std::size_t k = j + 1; k < n; ++k) rest[k] -= z * r[k];
+            }
+            leverages[i] = reader.is_missing(i) ? not_a_number<Real>
+                                                : static_cast<Real>(sum * static_cast<T>(reader.weight(i)));
+        });
+    }
+
+    std::size_t n_ = 0;
+    std::int64_t n_rows_ = 0;
+    int threads_ = 1;
+    long double *memory_ = nullptr; // the factor, then a row a thread
+};
 
 } // namespace tavik::regression
