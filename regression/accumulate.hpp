@@ -1,8 +1,9 @@
 // accumulate(rows): folds the caller's rows into a fit.
 //
-// Few rows go into its long double factor one by one. Many are cut into pieces by their number alone; a thread folds a
-// piece into four factors side by side, and pieces are merged in their order, so results do not depend on the
-// number of threads.
+// Many rows are cut into pieces by their number alone; a thread folds a piece into four factors side by side, and
+// pieces are merged in their order, so results do not depend on the number of threads. Few rows are folded into one
+// factor; when that shows columns which nearly depend on each other, they are folded again in long double, which costs
+// no time that matters and keeps all digits. Few rows of a stage, and rows to be deleted, always go that way.
 #pragma once
 
 #include "fit.hpp"
@@ -29,8 +30,8 @@ inline std::size_t read_rows(const RowSource<double> &rows, std::int64_t &next, 
     return rotation_kernels().read_d(rows, next, end, most, padded, values, weights, weight_stride, tally);
 }
 
-// Up to this many rows times the square of the columns, long double costs a user no time that matters.
-constexpr std::size_t most_direct_work = 65536;
+// Up to this many rows times the square of the columns, rows are few.
+constexpr std::size_t most_work_of_few = 65536;
 
 constexpr std::int64_t rows_per_piece(std::size_t n_columns)
 {
@@ -44,18 +45,22 @@ constexpr std::int64_t count_pieces(std::int64_t n_rows, std::size_t n_columns)
     return n_rows <= most ? 1 : (n_rows + 2 * most - 1) / (2 * most) * 2;
 }
 
-inline Factors make_factors(double *memory, std::size_t n, std::size_t count)
+// Empty factors; their memory is null when there is none.
+inline Factors make_factors(std::size_t n, std::size_t count, Workspace &workspace)
 {
+    auto *memory = workspace.array_or_null<double>(factors_size(n, count));
+    if (memory == nullptr) return {};
+    std::fill_n(memory, factors_size(n, count), 0.0);
     double *within = memory + 4 * n * count;
     return {n,
             padded_columns(n),
-            panel_of(n),
+            panel_of(n, count),
             memory,
             memory + n * count,
             memory + 2 * n * count,
             memory + 3 * n * count,
             within,
-            within + n * panel_of(n) * count};
+            within + n * panel_of(n, count) * count};
 }
 
 // Makes a tile, all of it 0; its memory is null when there is none.
@@ -74,19 +79,15 @@ public:
     bool prepare(const RowSource<Real> &rows, std::size_t n, Workspace &workspace)
     {
         rows_ = &rows;
-        memory_size_ = factors_size(n, side_by_side);
-        memory_ = workspace.array_or_null<double>(memory_size_);
+        factors_ = make_factors(n, side_by_side, workspace);
         sums_ = rows.intercept ? nullptr : workspace.array_or_null<double>(n);
         tile_ = make_tile(n, side_by_side, workspace);
-        if (memory_ == nullptr || tile_.values == nullptr || (!rows.intercept && sums_ == nullptr))
-            return false;
-        factors_ = make_factors(memory_, n, side_by_side);
-        return true;
+        return factors_.p != nullptr && tile_.values != nullptr && (rows.intercept || sums_ != nullptr);
     }
 
     void fold(std::int64_t first, std::int64_t end)
     {
-        std::fill_n(memory_, memory_size_, 0.0);
+        std::fill_n(factors_.p, factors_size(factors_.n, side_by_side), 0.0);
         tally_ = {0, 0, -1, 0, 0, sums_};
         if (sums_ != nullptr) std::fill_n(sums_, factors_.n, 0.0);
         std::int64_t next[side_by_side], part_end[side_by_side];
@@ -133,8 +134,7 @@ private:
     Factors factors_{};
     Tile tile_{};
     RowTally tally_{};
-    double *memory_ = nullptr, *sums_ = nullptr;
-    std::size_t memory_size_ = 0;
+    double *sums_ = nullptr;
 };
 
 // Merges factor `which` of four into one: its rows are data with a weight each.
@@ -185,14 +185,12 @@ std::int64_t add_pieces(const RowSource<Real> &rows, std::int64_t n_rows, Fit &f
     const std::int64_t n_pieces = count_pieces(n_rows, n), piece = (n_rows + n_pieces - 1) / n_pieces;
     const int threads = thread_count(n_pieces, n_rows * static_cast<std::int64_t>(n));
     auto *folders = workspace.array_or_null<PieceFolder<Real>>(static_cast<std::size_t>(threads));
-    auto *memory = workspace.array_or_null<double>(factors_size(n, 1));
+    const Factors joint = make_factors(n, 1, workspace);
     const Tile tile = make_tile(n, 1, workspace);
-    if (folders == nullptr || memory == nullptr || tile.values == nullptr) return no_memory;
+    if (folders == nullptr || joint.p == nullptr || tile.values == nullptr) return no_memory;
     for (int t = 0; t < threads; ++t) {
         if (!(new (folders + t) PieceFolder<Real>)->prepare(rows, n, workspace)) return no_memory;
     }
-    std::fill_n(memory, factors_size(n, 1), 0.0);
-    const Factors joint = make_factors(memory, n, 1);
 
     std::int64_t first_bad = -1;
     OrderedPieces pieces(n_pieces);
@@ -210,6 +208,41 @@ std::int64_t add_pieces(const RowSource<Real> &rows, std::int64_t n_rows, Fit &f
     });
     fit.factor.add(joint);
     return first_bad;
+}
+
+// Rows into one factor.
+template <class Real>
+std::int64_t add_few(const RowSource<Real> &rows, std::int64_t n_rows, Fit &fit, Workspace &workspace)
+{
+    const std::size_t n = fit.factor.n_columns();
+    const Factors factor = make_factors(n, 1, workspace);
+    const Tile tile = make_tile(n, 1, workspace);
+    RowTally tally{0, 0, -1, 0, 0, nullptr};
+    if (!rows.intercept) tally.sums = workspace.array_or_null<double>(n);
+    if (factor.p == nullptr || tile.values == nullptr || (!rows.intercept && tally.sums == nullptr))
+        return no_memory;
+    if (tally.sums != nullptr) std::fill_n(tally.sums, n, 0.0);
+    for (std::int64_t next = 0; next < n_rows;) {
+        const std::size_t used =
+            read_rows(rows, next, n_rows, rows_per_tile, factor.padded, tile.values, tile.weights, 1, tally);
+        if (used == 0) break;
+        const std::size_t with_rest = (used + rows_in_flight - 1) / rows_in_flight * rows_in_flight;
+        std::fill(tile.values + used * factor.padded, tile.values + with_rest * factor.padded, 0.0);
+        std::fill(tile.weights + used, tile.weights + with_rest, 0.0);
+        rotation_kernels().fold_one(factor, tile, with_rest, 0);
+    }
+    join(fit, tally);
+    fit.factor.add(factor);
+    return tally.first_bad;
+}
+
+template <class Real>
+std::int64_t add_rows(const RowSource<Real> &rows, std::int64_t n_rows, Fit &fit, Workspace &workspace)
+{
+    // Below, merging four factors costs more than folding the rows of each.
+    const auto least_for_four = static_cast<std::int64_t>(8 * fit.factor.n_columns());
+    return n_rows < least_for_four ? add_few(rows, n_rows, fit, workspace)
+                                   : add_pieces(rows, n_rows, fit, workspace);
 }
 
 // Rows one by one. False in `possible` when a row to be deleted cannot have been added.

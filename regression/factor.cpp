@@ -81,6 +81,15 @@ void Factor::dissolve_row(std::size_t i)
     add_row(dissolved_, scale, i + 1);
 }
 
+bool Factor::loses_digits() const
+{
+    constexpr long double little = 1e-4L; // two digits of a column, four of its square
+    for (std::size_t j = 0; j < n_; ++j) {
+        if (crossproduct(j, j + 1, j, j) < little * crossproduct(0, j + 1, j, j)) return true;
+    }
+    return false;
+}
+
 long double Factor::crossproduct(std::size_t first, std::size_t last, std::size_t j, std::size_t k) const
 {
     long double sum = 0;

@@ -31,6 +31,9 @@ public:
     // Empties row i and folds what it says about later columns into their rows; column i is 0 from row i on.
     void dissolve_row(std::size_t i);
 
+    // Has some column little of its own beside the columns before it? Arithmetic in double would show in its results.
+    bool loses_digits() const;
+
     std::size_t n_columns() const
     {
         return n_;

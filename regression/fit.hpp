@@ -64,12 +64,13 @@ inline void start(Fit &fit, const Shape &shape, void *memory)
     std::fill_n(fit.shift, n, 0.0);
 }
 
-// Back to no rows, exactly: what deleting the last row leaves otherwise is rounding.
+// Back to no rows, exactly: what deleting the last one leaves otherwise is rounding.
 inline void forget_rows(Fit &fit)
 {
     fit.factor.clear();
     std::fill_n(fit.sums, fit.factor.n_columns(), 0.0L);
     fit.frequencies = fit.mass = 0;
+    fit.rows = 0;
 }
 
 struct Series {

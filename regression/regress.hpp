@@ -89,13 +89,20 @@ bool accumulate(const RowSource<Real> &rows, int n_rows, const RegressionOptions
                 Workspace &workspace)
 {
     const std::size_t n = fit.factor.n_columns();
-    const bool few = static_cast<std::size_t>(n_rows) <= most_direct_work / (n * n);
+    const bool few = static_cast<std::size_t>(n_rows) <= most_work_of_few / (n * n);
     bool possible = true;
     std::int64_t first_bad = no_memory;
     if (find_shift(rows, n_rows, fit, workspace)) {
-        first_bad = options.deletes || few
-                        ? fold_directly(rows, n_rows, options.deletes, fit, workspace, possible)
-                        : add_pieces(rows, n_rows, fit, workspace);
+        if (options.deletes || (few && options.ido != 0)) {
+            first_bad = fold_directly(rows, n_rows, options.deletes, fit, workspace, possible);
+        } else {
+            first_bad = add_rows(rows, n_rows, fit, workspace);
+            if (first_bad == -1 && few && fit.factor.loses_digits()) {
+                forget_rows(fit);
+                fit.missing = 0;
+                first_bad = fold_directly(rows, n_rows, false, fit, workspace, possible);
+            }
+        }
     }
     if (first_bad == no_memory) raise_no_memory_for_rows(n_rows, fit.shape);
     else if (first_bad >= 0) raise_bad_mass(rows, first_bad, fit.shape, options);

@@ -10,16 +10,23 @@ using V = double __attribute__((vector_size(side_by_side * sizeof(double))));
 using VMask = decltype(V{} < V{});
 using F4 = float __attribute__((vector_size(side_by_side * sizeof(float))));
 
+// What rotations are set up with: V for four factors at a time, and for one S, of which only the first lane counts. So
+// both are selected by masks, without branches.
+using S = double __attribute__((vector_size(2 * sizeof(double))));
+using SMask = decltype(S{} < S{});
+
+template <class T> constexpr std::size_t factors_in = sizeof(T) == sizeof(V) ? side_by_side : 1;
+
 template <class T> inline T load_as(const double *from)
 {
-    T v;
-    __builtin_memcpy(&v, from, sizeof v);
+    T v = {};
+    __builtin_memcpy(&v, from, factors_in<T> * sizeof *from);
     return v;
 }
 
 template <class T> inline void store(double *to, T v)
 {
-    __builtin_memcpy(to, &v, sizeof v);
+    __builtin_memcpy(to, &v, factors_in<T> * sizeof *to);
 }
 
 inline V load(const double *from)
@@ -54,44 +61,26 @@ inline bool any(VMask mask)
 #endif
 }
 
-inline unsigned true_lanes(bool mask)
+inline unsigned true_lanes(SMask mask)
 {
-    return mask;
+    return static_cast<unsigned>(mask[0] & 1);
 }
 
-inline bool any(bool mask)
+inline bool any(SMask mask)
 {
-    return mask;
+    return mask[0] != 0;
 }
 
-template <class T> inline void exchange_where(VMask mask, T &a, T &b)
+template <class Mask, class T> inline void exchange_where(Mask mask, T &a, T &b)
 {
     const T old = a;
     a = mask ? b : a;
     b = mask ? old : b;
 }
 
-inline void exchange_where(bool mask, double &a, double &b)
-{
-    const double old = a;
-    a = mask ? b : a;
-    b = mask ? old : b;
-}
-
-inline V constant(const V &, double value)
-{
-    return broadcast(value);
-}
-
-inline double constant(const double &, double value)
-{
-    return value;
-}
-
-// The rows of a tile within one panel, and the rotations that are set up for it. T is V for four factors, double for
-// one; its elements are stored one after the other.
+// The rows of a tile within one panel, and the rotations that are set up for it.
 template <class T> struct Panel {
-    static constexpr std::size_t factors = sizeof(T) / sizeof(double);
+    static constexpr std::size_t factors = factors_in<T>;
 
     Panel(const Factors &f, const Tile &tile, std::size_t first_column)
         : first(first_column), pivots(f.n - first < f.panel ? f.n - first : f.panel), width(f.panel),
@@ -125,8 +114,8 @@ template <class T> struct Panel {
 // 1 / x, but 0 of 0 and of what is too small to have one.
 template <class T> inline T reciprocal_or_zero(T x)
 {
-    const T reciprocal = 1 / x;
-    return reciprocal - reciprocal == constant(x, 0) ? reciprocal : constant(x, 0);
+    const T reciprocal = 1 / x, zero = {};
+    return reciprocal - reciprocal == zero ? reciprocal : zero;
 }
 
 // Exchanges row k and row i of the factor in the lanes of the mask, and the numbers that belong to them.
@@ -137,7 +126,8 @@ inline void exchange_rows(const Panel<T> &panel, std::size_t k, std::size_t i, M
     double *row = panel.row(k), *pivot_row = panel.within + i * panel.width * factors;
     T p = load_as<T>(panel.p + i * factors), x = load_as<T>(panel.diagonal + i * factors);
     T w = load_as<T>(panel.weights + k * factors), y = load_as<T>(row + i * factors);
-    T scale = x == constant(x, 0) ? x : p / x, p_of_row = w * y;
+    const T zero = {};
+    T scale = x == zero ? zero : p / x, p_of_row = w * y;
     exchange_where(lanes, scale, w);
     exchange_where(lanes, p, p_of_row);
     exchange_where(lanes, x, y);
@@ -165,7 +155,7 @@ inline unsigned rotate(const Panel<T> &panel, std::size_t k, std::size_t i)
     double *row = panel.row(k), *pivot_row = panel.within + i * panel.width * factors;
     T x = load_as<T>(panel.diagonal + i * factors);
     T w = load_as<T>(panel.weights + k * factors), y = load_as<T>(row + i * factors), p2 = w * y;
-    const T zero = constant(x, 0);
+    const T zero = {};
     const auto outweighs = (p2 * y >= load_as<T>(panel.p + i * factors) * x) & (p2 != zero);
     unsigned exchanged = 0;
     if (__builtin_expect(any(outweighs), 0)) {
@@ -306,7 +296,7 @@ inline void take_panel(const Panel<V> &panel, const Factors &f, const Tile &tile
     }
 }
 
-inline void take_panel(const Panel<double> &panel, const Factors &f, const Tile &tile, std::size_t n_rows)
+inline void take_panel(const Panel<S> &panel, const Factors &f, const Tile &tile, std::size_t n_rows)
 {
     for (std::size_t k = 0; k < n_rows; ++k) {
         for (std::size_t j = 0; j < panel.pivots; ++j)
@@ -333,6 +323,8 @@ inline void fold(const Factors &f, const Tile &tile, std::size_t n_rows, std::si
             {}; // lanes in which some rows changed places
         for (std::size_t k = 0; k < n_rows; k += rows_in_flight) {
             if (panel.pivots == panel_width) rotate_group<T, panel_width>(panel, k, exchanged);
+            else if (panel.pivots == narrow_panel_width)
+                rotate_group<T, narrow_panel_width>(panel, k, exchanged);
             else rotate_group<T, 0>(panel, k, exchanged);
         }
         if (first + f.panel >= f.n || spent(panel, n_rows)) break;
@@ -348,7 +340,7 @@ void fold_four(const Factors &factors, const Tile &tile, std::size_t n_rows)
 
 void fold_one(const Factors &factor, const Tile &tile, std::size_t n_rows, std::size_t first_column)
 {
-    fold<double>(factor, tile, n_rows, first_column);
+    fold<S>(factor, tile, n_rows, first_column);
 }
 
 // A value less its shift; an infinite one becomes NaN, since it would otherwise pass for a pivot beside which all other

@@ -16,9 +16,10 @@ constexpr std::size_t rows_per_tile = 32; // of each factor
 constexpr std::size_t rows_in_flight = 4; // rows whose rotations are set up in a wavefront
 constexpr std::size_t rows_in_strip = 4;  // rows that are rotated together behind a panel
 
-// Up to this many columns a factor is one panel, and all of its columns are rotated where rotations are set up.
-// Wider ones have narrow panels; columns behind a panel are rotated afterwards, many at once.
-constexpr std::size_t widest_single_panel = 16, panel_width = 8;
+// Up to this many columns four factors are one panel, and all columns are rotated where rotations are set up. Wider
+// ones have narrow panels; columns behind a panel are rotated afterwards, many at once. A factor alone has no lanes
+// to fill where rotations are set up, so it is narrower still.
+constexpr std::size_t widest_single_panel = 16, panel_width = 8, narrow_panel_width = 4;
 
 constexpr std::size_t padded_columns(std::size_t n)
 {
@@ -40,15 +41,16 @@ struct Factors {
     }
 };
 
-constexpr std::size_t panel_of(std::size_t n)
+constexpr std::size_t panel_of(std::size_t n, std::size_t count)
 {
-    return n <= widest_single_panel ? n : panel_width;
+    if (n > widest_single_panel) return panel_width;
+    return count == 1 ? narrow_panel_width : n;
 }
 
 constexpr std::size_t factors_size(std::size_t n, std::size_t count)
 {
-    const std::size_t with_padding = n > widest_single_panel ? n * padded_columns(n) : 0;
-    return count * (n * (4 + panel_of(n)) + with_padding);
+    const std::size_t panel = panel_of(n, count), with_padding = n > panel ? n * padded_columns(n) : 0;
+    return count * (n * (4 + panel) + with_padding);
 }
 
 // Rows on their way into factors: for each factor rows_per_tile rows of `padded` values and their weights. The rows
@@ -67,8 +69,8 @@ constexpr std::size_t tile_values_size(std::size_t n, std::size_t count)
 // The rows' panel, and h12, h21 and the exchanges of its rotations.
 constexpr std::size_t tile_scratch_size(std::size_t n, std::size_t count)
 {
-    return count * rows_per_tile * (padded_columns(panel_of(n)) + 2 * panel_of(n)) +
-           rows_per_tile * panel_of(n);
+    const std::size_t panel = panel_of(n, count);
+    return count * rows_per_tile * (padded_columns(panel) + 2 * panel) + rows_per_tile * panel;
 }
 
 // Rows of the caller's, and what is to be made of them. Columns of a row in the factor: 1 if there is an intercept,
