@@ -847,10 +847,12 @@ TAVIK_API double *tavik_d_regression(int n_rows, int n_independent, const double
  * @param x     0 to 1.
  * @param a, b  shape parameters, greater than 0; infinity gives the limit.
  *
- * @return I_x(a, b); NaN after an error, and for an argument that is NaN.
+ * @return I_x(a, b); NaN after an error, for an argument that is NaN, and when both a and b are infinite.
  *
  * Errors: 5, 11201 x is outside of 0 to 1; 5, 11202 a or b is not greater than 0.
- * Method: Boost.Math (after DiDonato and Morris 1992).
+ * Method: Boost.Math in long double (after DiDonato and Morris 1992); Temme's expansion (1987) where a and b are both
+ * at least 1e8. Largest relative error found of the double variant, against 90 digits: 1.3e-16 for a and b from 1e-3 to
+ * 1e3, 6e-15 to 1e5, 6e-14 to 1e6, 8e-12 where both are greater. The float variant rounds that result.
  *
  *     double p = tavik_d_beta_incomplete(dfe / (dfe + f * dfr), dfe / 2, dfr / 2); // upper tail of F
  */
@@ -872,8 +874,8 @@ TAVIK_API double tavik_d_beta_incomplete(double x, double a, double b);
  *                and h12 (h11 = h22 = 1), with 1 h11 and h22 (h12 = 1, h21 = -1), with -2 none (H = I).
  *
  * A negative d1, or a d2 that leaves no positive sum of squares, gives H = 0 and d1 = d2 = x1 = 0. Scale factors
- * are kept within 4096^-2 and 4096^2 by scaling the rows of H, with the flag -1. An infinite or NaN argument gives
- * NaN or infinities, never a loop.
+ * are kept within 4096^-2 and 4096^2 by scaling the rows of H, with the flag -1. A NaN or infinite argument never
+ * makes a loop: a NaN that takes part makes d1, d2 and x1 NaN, unless d1 is negative.
  *
  * Errors: 5, 150 a pointer is NULL. Source: Lawson, Hanson, Kincaid and Krogh (1979), ACM TOMS 5, 308-323.
  */

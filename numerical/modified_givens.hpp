@@ -1,6 +1,6 @@
-// Modified (square-root free) Givens rotations, as the BLAS routines rotmg and rotm define them: Lawson, Hanson,
-// Kincaid and Krogh (1979), ACM TOMS 5, 308-323. The vector (sqrt(d1) x, sqrt(d2) y) is rotated by way of
-// H (x, y) and new scale factors.
+// Modified (square-root free) Givens rotations, as the BLAS routines rotmg and rotm define them: Lawson,
+// Hanson, Kincaid and Krogh (1979), ACM TOMS 5, 308-323. The vector (sqrt(d1) x, sqrt(d2) y) is rotated by
+// way of H (x, y) and new scale factors.
 #pragma once
 
 #include <cmath>
@@ -31,8 +31,8 @@ template <class T> void store_full(ModifiedGivens<T> &h)
     h.form = RotationForm::full;
 }
 
-// One row of H, and what it multiplies, brought into range together with its scale factor d. Zero, infinity and NaN
-// cannot be.
+// One row of H, and what it multiplies, brought into range together with its scale factor d. Zero, infinity
+// and NaN cannot be.
 template <class T> void bring_into_range(T &d, T *component, T &left, T &right, ModifiedGivens<T> &h)
 {
     constexpr T gamma = givens_gamma<T>, gamma2 = gamma * gamma;
@@ -78,7 +78,8 @@ template <class T> ModifiedGivens<T> rotmg(T &d1, T &d2, T &x, T y)
         h.h11 = p1 / p2;
         h.h22 = x / y;
         const T u = 1 + h.h11 * h.h22, d = d2 / u;
-        if (q2 < 0 || d < 0) return fail(); // q2 can lose the sign of d2 by underflow
+        // q2 can lose the sign of d2 by underflow. A NaN is not to become the zeros of a failure.
+        if ((q2 < 0 && !std::isnan(u)) || d < 0) return fail();
         d2 = d1 / u;
         d1 = d;
         x = y * u;
