@@ -167,12 +167,13 @@ inline unsigned rotate(const Panel<T> &panel, std::size_t k, std::size_t i)
         p2 = w * y;
     }
     const T h12 = p2 * load_as<T>(panel.reciprocal_p + i * factors);
-    // A row without weight is left as it is: rotated on and on, it could grow beyond the largest number.
+    // A row without weight in this column is left as it is: nothing is to be rotated, and if it has none at all, it
+    // could grow on and on.
     const T h21 = p2 == zero ? zero : -y * load_as<T>(panel.reciprocal_diagonal + i * factors);
     const T rotated_x = x + h12 * y, reciprocal = reciprocal_or_zero(rotated_x);
     store(panel.diagonal + i * factors, rotated_x);
     store(panel.reciprocal_diagonal + i * factors, reciprocal);
-    store(panel.weights + k * factors, T(w * (x * reciprocal)));
+    store(panel.weights + k * factors, p2 == zero ? w : w * (x * reciprocal));
     store(panel.rotation(k, i), h12);
     store(panel.rotation(k, i) + factors, h21);
     for (std::size_t j = i + 1; j < pivots; ++j) {
@@ -327,9 +328,10 @@ inline void fold(const Factors &f, const Tile &tile, std::size_t n_rows, std::si
                 rotate_group<T, narrow_panel_width>(panel, k, exchanged);
             else rotate_group<T, 0>(panel, k, exchanged);
         }
-        if (first + f.panel >= f.n || spent(panel, n_rows)) break;
+        if (first + f.panel >= f.n) break;
         for (std::size_t factor = 0; factor < Panel<T>::factors; ++factor)
             rotate_behind(panel, f, tile, factor, n_rows, exchanged);
+        if (spent(panel, n_rows)) break;
     }
 }
 
