@@ -798,9 +798,10 @@ TAVIK_API void tavik_random_MT64_table_set(const uint64_t table[]);
  * DFE is the sum of the frequencies of the rows in the fit less the rank, DFR the rank less the intercept. Sums of
  * squares are corrected for the mean only with an intercept. A row whose frequency or weight is 0 is left out of
  * the fit, but has a residual. A frequency or weight that is NaN counts as missing. Without any row in the fit the
- * rank is 0, coefficients are 0 and means NaN. Infinite values make results NaN, as do values whose squares, times
- * their mass, overflow a double. A residual sum of squares that is lost in the rounding of the response is 0. A
- * dependent column has coefficient, covariances and standard error 0, and NaN for t and p.
+ * rank is 0, coefficients are 0 and means NaN. Infinite values make results NaN. Where a square, times its mass,
+ * overflows the type, results that rest on it are infinite or NaN. Residuals that are below half a unit in the last
+ * place of their response, in the mean of squares, are its rounding, and their sum of squares is 0. A dependent
+ * column has coefficient, covariances and standard error 0, and NaN for t and p.
  *
  * Method: the rows are folded, one after another, into an upper-triangular factor by modified Givens rotations
  * (Gentleman 1973, Hammarling 1974; rotations as in Lawson, Hanson, Kincaid and Krogh 1979). With an intercept,

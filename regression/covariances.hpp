@@ -103,7 +103,7 @@ void set_statistics(const Solution<Real> &solution, const InverseFactor<Real> &i
             const auto estimate = static_cast<double>(solution.coefficients(c)[j]);
             const auto error = dependent ? 0 : static_cast<double>(std::sqrt(variance * inverse.diagonal(j)));
             const double t = dependent ? not_a_number<double> : quotient(estimate, error);
-            statistics[0] = static_cast<Real>(estimate);
+            statistics[0] = static_cast<Real>(solution.coefficients(c)[j]);
             statistics[1] = static_cast<Real>(error);
             statistics[2] = static_cast<Real>(t);
             statistics[3] = static_cast<Real>(probability::student_t_two_sided(t, df));

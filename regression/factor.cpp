@@ -15,12 +15,14 @@ void Factor::start(std::size_t n_columns, long double *memory)
     scratch_ = scale_ + n_;
     dissolved_ = scratch_ + n_;
     given_ = dissolved_ + n_;
+    rounding_ = given_ + n_;
     clear();
 }
 
 void Factor::clear()
 {
     std::fill_n(r_, n_ * n_ + n_, 0.0L);
+    std::fill_n(rounding_, n_, 0.0L);
 }
 
 void Factor::add_row(long double *row, long double weight, std::size_t first)
@@ -30,17 +32,23 @@ void Factor::add_row(long double *row, long double weight, std::size_t first)
 
 bool Factor::delete_row(long double *row, long double weight)
 {
-    // Of a column's sum of squares, a part below these of what it was, or of what the row alone gave, is rounding.
-    constexpr long double rounding_of_sum = 0x1p-58L, clearly_of_sum = 0x1p-50L, rounding_of_row = 0x1p-80L;
+    constexpr long double unit = 0x1p-62L; // a few roundings
+    constexpr long double safety = 16, clearly = 0x1p-30L;
 
     for (std::size_t i = 0; i < n_; ++i) given_[i] = weight * row[i] * row[i];
     weight = -weight;
+    long double amplification = 1; // of the roundings in later rows, by what earlier ones have lost
     for (std::size_t i = 0; i < n_ && weight != 0; ++i) {
         const long double before = scale_[i] * r_[i * n_ + i] * r_[i * n_ + i];
         const long double left = before + weight * row[i] * row[i];
-        if (left < -clearly_of_sum * before && left < -rounding_of_row * given_[i]) return false;
-        if (!(left <= rounding_of_sum * before)) rotate(row, weight, i); // NaN spreads
-        else if (before > 0) dissolve_row(i); // the column has nothing of its own any more
+        rounding_[i] += unit * amplification * before;
+        if (left < -safety * rounding_[i] && left < -clearly * (before + given_[i])) return false;
+        if (!(left <= safety * rounding_[i])) { // so NaN spreads
+            amplification = std::max(amplification, before / left);
+            rotate(row, weight, i);
+        } else if (before > 0) {
+            dissolve_row(i); // the column has nothing of its own any more
+        }
     }
     return true;
 }
@@ -77,7 +85,7 @@ void Factor::dissolve_row(std::size_t i)
     const long double scale = scale_[i];
     std::copy(row + i + 1, row + n_, dissolved_ + i + 1);
     std::fill(row + i, row + n_, 0.0L);
-    scale_[i] = 0;
+    scale_[i] = rounding_[i] = 0;
     add_row(dissolved_, scale, i + 1);
 }
 

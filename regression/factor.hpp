@@ -13,7 +13,7 @@ class Factor {
 public:
     static constexpr std::size_t memory_size(std::size_t n_columns)
     {
-        return n_columns * (n_columns + 4);
+        return n_columns * (n_columns + 5);
     }
 
     // An empty factor in the caller's memory of memory_size elements.
@@ -22,7 +22,7 @@ public:
 
     // Both use `row` up. Its elements before `first` are not looked at.
     void add_row(long double *row, long double weight, std::size_t first = 0);
-    // False when the row cannot have been added: a sum of squares would become negative.
+    // False when the row cannot have been added, because a sum of squares would become clearly negative.
     bool delete_row(long double *row, long double weight);
 
     // Adds the factor of a set of one, which starts from the same columns.
@@ -64,7 +64,8 @@ private:
 
     std::size_t n_ = 0;
     long double *r_ = nullptr, *scale_ = nullptr, *scratch_ = nullptr, *dissolved_ = nullptr,
-                *given_ = nullptr;
+                *given_ = nullptr,
+                *rounding_ = nullptr; // of each row's sum of squares, which deletions have left
 };
 
 } // namespace tavik::regression

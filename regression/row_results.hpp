@@ -59,14 +59,17 @@ void set_residuals(const RowSource<Real> &rows, std::int64_t n_rows, const Solut
                    Real *residuals)
 {
     const RowReader<Real> reader{rows};
-    const std::size_t p = rows.n_independent, q = rows.n_dependent;
+    const std::size_t p = rows.n_independent, q = rows.n_dependent, first = rows.intercept ? 1 : 0;
+    const auto shifted = [&](std::size_t i, std::size_t j) {
+        return static_cast<long double>(reader.element(i, j)) -
+               static_cast<long double>(solution.shift()[first + j]);
+    };
     for_each_row(n_rows, row_threads(n_rows, p + q), [&](std::size_t i, int) {
         const bool missing = reader.is_missing(i);
         for (std::size_t c = 0; c < q; ++c) {
-            const long double *b = solution.coefficients(c);
-            auto rest = static_cast<long double>(reader.element(i, p + c));
-            if (rows.intercept) rest -= *b++;
-            for (std::size_t j = 0; j < p; ++j) rest -= b[j] * static_cast<long double>(reader.element(i, j));
+            const long double *b = solution.coefficients(c) + first;
+            long double rest = shifted(i, p + c) - solution.shifted_intercept(c);
+            for (std::size_t j = 0; j < p; ++j) rest -= b[j] * shifted(i, j);
             residuals[i * q + c] = missing ? not_a_number<Real> : static_cast<Real>(rest);
         }
     });

@@ -25,6 +25,7 @@ public:
         first_row_ = workspace.array<long double>(columns, "n_independent");
         squares_ = workspace.array<long double>(columns, "n_independent");
         coefficients_ = workspace.array<long double>(n_ * responses_, "n_dependent");
+        shifted_intercepts_ = workspace.array<long double>(responses_, "n_dependent");
         dependent_ = workspace.array<bool>(n_, "n_independent");
         if (fatal_pending()) return false;
         unshift_first_row();
@@ -57,6 +58,12 @@ public:
     const long double *coefficients(std::size_t c) const
     {
         return coefficients_ + c * n_;
+    }
+
+    // The first of them for shifted data; 0 without an intercept.
+    long double shifted_intercept(std::size_t c) const
+    {
+        return shifted_intercepts_[c];
     }
 
     // Row i of the factor of the data as the caller has them.
@@ -93,18 +100,20 @@ public:
         return fit_->factor.crossproduct(first_, n_, n_ + c, n_ + c);
     }
 
-    std::size_t regression_degrees_of_freedom() const
+    // The rank less the intercept; -1 with an intercept, but no row to fit it to.
+    long double regression_degrees_of_freedom() const
     {
-        return rank_ - (first_ == 1 && !dependent_[0]);
+        return static_cast<long double>(rank_) - static_cast<long double>(first_);
     }
 
-    // Crossproduct of the residuals of two responses. What lies below the rounding of a response is 0.
+    // Crossproduct of the residuals of two responses. Residuals below half a unit in the last place of their response
+    // are its rounding, and count as 0.
     long double error_crossproduct(std::size_t a, std::size_t b) const
     {
         const auto of = [this](std::size_t c, std::size_t d) {
             return fit_->factor.crossproduct(n_, n_ + responses_, n_ + c, n_ + d);
         };
-        constexpr long double rounding = static_cast<long double>(epsilon<Real>) / 16;
+        constexpr long double rounding = static_cast<long double>(epsilon<Real>) / 2;
         for (const std::size_t c : {a, b}) {
             if (of(c, c) <= rounding * rounding * squares_[n_ + c]) return 0;
         }
@@ -156,6 +165,7 @@ private:
             for (std::size_t k = j + 1; k < n_; ++k) rest -= r[k] * b[k];
             b[j] = dependent_[j] ? 0 : rest / r[j];
         }
+        shifted_intercepts_[c] = first_ == 1 ? b[0] : 0;
         if (first_ == 0 || dependent_[0]) return;
         b[0] += static_cast<long double>(fit_->shift[n_ + c]);
         for (std::size_t k = 1; k < n_; ++k) b[0] -= b[k] * static_cast<long double>(fit_->shift[k]);
@@ -163,7 +173,8 @@ private:
 
     Fit *fit_ = nullptr;
     std::size_t n_ = 0, first_ = 0, responses_ = 0, rank_ = 0;
-    long double *first_row_ = nullptr, *squares_ = nullptr, *coefficients_ = nullptr;
+    long double *first_row_ = nullptr, *squares_ = nullptr, *coefficients_ = nullptr,
+                *shifted_intercepts_ = nullptr;
     bool *dependent_ = nullptr;
 };
 
