@@ -1,7 +1,6 @@
 // The argument checkers and the guarded division that every folder uses.
 
-#include "error.hpp"
-#include "precision.hpp"
+#include "checkers.hpp"
 
 #include <algorithm>
 
@@ -34,18 +33,6 @@ void check_percentage(const char *name, double percentage)
 {
     if (!(percentage >= 0 && percentage < 100)) raise_real(terminal, 20403, name, percentage);
     else if (percentage > 0 && percentage < 50) raise_real(warning_immediate, 20404, name, percentage);
-}
-
-template <class Real> Real guarded_quotient(Real a, Real b)
-{
-    if (std::isnan(a) || std::isnan(b)) return not_a_number<Real>;
-    const Real size_a = std::fabs(a), size_b = std::fabs(b);
-    if (size_b <= 1 && size_a >= size_b * largest_number<Real>) {
-        if (a == 0) return not_a_number<Real>;
-        return (a >= 0 && b >= 0) || (a < 0 && b < 0) ? infinity<Real> : -infinity<Real>;
-    }
-    if (size_b > 1 && size_a < size_b * smallest_normal<Real>) return 0;
-    return a / b;
 }
 
 } // namespace

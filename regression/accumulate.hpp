@@ -10,9 +10,11 @@
 
 #include "frame/error.hpp"
 #include "frame/parallel.hpp"
+#include "frame/precision.hpp"
 #include "frame/workspace.hpp"
 
 #include <cmath>
+#include <new>
 
 namespace tavik::regression {
 
@@ -46,7 +48,7 @@ constexpr std::int64_t count_pieces(std::int64_t n_rows, std::size_t n_columns)
 }
 
 // Empty factors; their memory is null when there is none.
-inline Factors make_factors(std::size_t n, std::size_t count, Workspace &workspace)
+inline FactorSet make_factors(std::size_t n, std::size_t count, Workspace &workspace)
 {
     auto *memory = workspace.array_or_null<double>(factors_size(n, count));
     if (memory == nullptr) return {};
@@ -71,6 +73,12 @@ inline Tile make_tile(std::size_t n, std::size_t count, Workspace &workspace)
     auto *memory = workspace.array_or_null<double>(size);
     if (memory != nullptr) std::fill_n(memory, size, 0.0);
     return {memory, memory + values, memory + values + weights};
+}
+
+// Rows are folded in groups.
+constexpr std::size_t with_rest(std::size_t n_rows)
+{
+    return (n_rows + rows_in_flight - 1) / rows_in_flight * rows_in_flight;
 }
 
 // Folds pieces of rows into four factors. Each thread has one, with a cache line of its own for the tally.
@@ -101,12 +109,11 @@ public:
             for (std::size_t part = 0; part < side_by_side; ++part)
                 most = std::max(most, fill_part(part, next[part], part_end[part]));
             if (most == 0) return;
-            const std::size_t n_rows = (most + rows_in_flight - 1) / rows_in_flight * rows_in_flight;
-            rotation_kernels().fold_four(factors_, tile_, n_rows);
+            rotation_kernels().fold_four(factors_, tile_, with_rest(most));
         }
     }
 
-    const Factors &factors() const
+    const FactorSet &factors() const
     {
         return factors_;
     }
@@ -131,45 +138,34 @@ private:
     }
 
     const RowSource<Real> *rows_ = nullptr;
-    Factors factors_{};
+    FactorSet factors_{};
     Tile tile_{};
     RowTally tally_{};
     double *sums_ = nullptr;
 };
 
 // Merges factor `which` of four into one: its rows are data with a weight each.
-inline void merge(const Factors &one, const Tile &tile, const Factors &four, std::size_t which)
+inline void merge(const FactorSet &one, const Tile &tile, const FactorSet &four, std::size_t which)
 {
-    const std::size_t n = one.n, factors = side_by_side;
-    for (std::size_t first = 0; first < n; first += rows_per_tile) {
-        const std::size_t count = std::min(rows_per_tile, n - first);
-        for (std::size_t k = 0; k < rows_per_tile; ++k) {
-            const std::size_t i = first + k;
-            double *row = tile.values + k * one.padded;
-            std::fill_n(row, one.padded, 0.0);
-            tile.weights[k] = 0;
-            if (k >= count || four.diagonal[i * factors + which] == 0) continue;
-            const std::size_t panel_first = i / four.panel * four.panel;
-            const std::size_t panel_end = std::min(panel_first + four.panel, n);
-            row[i] = four.diagonal[i * factors + which];
-            tile.weights[k] = four.p[i * factors + which] / row[i];
-            for (std::size_t j = i + 1; j < panel_end; ++j)
-                row[j] = four.within[(i * four.panel + j - panel_first) * factors + which];
-            if (panel_end < n) {
-                const double *behind = four.row_behind(which, i);
-                std::copy(behind + panel_end, behind + n, row + panel_end);
-            }
+    for (std::size_t first = 0; first < one.n; first += rows_per_tile) {
+        const std::size_t count = std::min(rows_per_tile, one.n - first);
+        std::fill_n(tile.values, rows_per_tile * one.padded, 0.0);
+        std::fill_n(tile.weights, rows_per_tile, 0.0);
+        for (std::size_t i = first; i < first + count; ++i) {
+            const double diagonal = four.diagonal[i * side_by_side + which];
+            if (diagonal == 0) continue;
+            four.copy_row(i, which, side_by_side, tile.values + (i - first) * one.padded);
+            tile.weights[i - first] = four.p[i * side_by_side + which] / diagonal;
         }
-        const std::size_t n_rows = (count + rows_in_flight - 1) / rows_in_flight * rows_in_flight;
-        rotation_kernels().fold_one(one, tile, n_rows, first);
+        rotation_kernels().fold_one(one, tile, with_rest(count), first);
     }
 }
 
 inline void join(Fit &fit, const RowTally &tally)
 {
-    fit.rows += tally.used;
     fit.missing += tally.missing;
     fit.frequencies += tally.frequencies;
+    fit.most_frequencies = std::max(fit.most_frequencies, fit.frequencies);
     fit.mass += tally.mass;
     for (std::size_t j = 0; tally.sums != nullptr && j < fit.factor.n_columns(); ++j)
         fit.sums[j] += tally.sums[j];
@@ -185,7 +181,7 @@ std::int64_t add_pieces(const RowSource<Real> &rows, std::int64_t n_rows, Fit &f
     const std::int64_t n_pieces = count_pieces(n_rows, n), piece = (n_rows + n_pieces - 1) / n_pieces;
     const int threads = thread_count(n_pieces, n_rows * static_cast<std::int64_t>(n));
     auto *folders = workspace.array_or_null<PieceFolder<Real>>(static_cast<std::size_t>(threads));
-    const Factors joint = make_factors(n, 1, workspace);
+    const FactorSet joint = make_factors(n, 1, workspace);
     const Tile tile = make_tile(n, 1, workspace);
     if (folders == nullptr || joint.p == nullptr || tile.values == nullptr) return no_memory;
     for (int t = 0; t < threads; ++t) {
@@ -215,7 +211,7 @@ template <class Real>
 std::int64_t add_few(const RowSource<Real> &rows, std::int64_t n_rows, Fit &fit, Workspace &workspace)
 {
     const std::size_t n = fit.factor.n_columns();
-    const Factors factor = make_factors(n, 1, workspace);
+    const FactorSet factor = make_factors(n, 1, workspace);
     const Tile tile = make_tile(n, 1, workspace);
     RowTally tally{0, 0, -1, 0, 0, nullptr};
     if (!rows.intercept) tally.sums = workspace.array_or_null<double>(n);
@@ -226,10 +222,9 @@ std::int64_t add_few(const RowSource<Real> &rows, std::int64_t n_rows, Fit &fit,
         const std::size_t used =
             read_rows(rows, next, n_rows, rows_per_tile, factor.padded, tile.values, tile.weights, 1, tally);
         if (used == 0) break;
-        const std::size_t with_rest = (used + rows_in_flight - 1) / rows_in_flight * rows_in_flight;
-        std::fill(tile.values + used * factor.padded, tile.values + with_rest * factor.padded, 0.0);
-        std::fill(tile.weights + used, tile.weights + with_rest, 0.0);
-        rotation_kernels().fold_one(factor, tile, with_rest, 0);
+        std::fill(tile.values + used * factor.padded, tile.values + with_rest(used) * factor.padded, 0.0);
+        std::fill(tile.weights + used, tile.weights + with_rest(used), 0.0);
+        rotation_kernels().fold_one(factor, tile, with_rest(used), 0);
     }
     join(fit, tally);
     fit.factor.add(factor);
@@ -245,15 +240,34 @@ std::int64_t add_rows(const RowSource<Real> &rows, std::int64_t n_rows, Fit &fit
                                    : add_pieces(rows, n_rows, fit, workspace);
 }
 
+// Takes one row out. False when it cannot have been added.
+inline bool delete_row(Fit &fit, long double *row, long double weight)
+{
+    constexpr long double rounding = 1e-12L; // of sums of frequencies
+    const long double left = fit.frequencies / fit.most_frequencies;
+    if (!(left >= -rounding)) return false;
+    if (left <= rounding) {
+        forget_rows(fit);
+        forget_shift(fit);
+        return true;
+    }
+    if (!fit.factor.delete_row(row, weight)) return false;
+    if (!fit.with_frequencies) fit.factor.limit_rank(static_cast<std::size_t>(fit.frequencies));
+    return true;
+}
+
 // Rows one by one. False in `possible` when a row to be deleted cannot have been added.
 template <class Real>
-std::int64_t fold_directly(const RowSource<Real> &rows, std::int64_t n_rows, bool deletes, Fit &fit,
+std::int64_t fold_directly(RowSource<Real> rows, std::int64_t n_rows, bool deletes, Fit &fit,
                            Workspace &workspace, bool &possible)
 {
     const std::size_t n = fit.factor.n_columns(), padded = padded_columns(n);
     auto *values = workspace.array_or_null<double>(padded);
+    auto *no_shift = workspace.array_or_null<double>(n);
     auto *sums = rows.intercept ? nullptr : workspace.array_or_null<double>(n);
-    if (values == nullptr || (!rows.intercept && sums == nullptr)) return no_memory;
+    if (values == nullptr || no_shift == nullptr || (!rows.intercept && sums == nullptr)) return no_memory;
+    std::fill_n(no_shift, n, 0.0);
+    rows.shift = no_shift; // in long double, the difference from the shift has all digits
     for (std::int64_t next = 0; next < n_rows && possible;) {
         RowTally tally{0, 0, -1, 0, 0, sums};
         double weight = 0;
@@ -261,7 +275,6 @@ std::int64_t fold_directly(const RowSource<Real> &rows, std::int64_t n_rows, boo
         const bool used = read_rows(rows, next, n_rows, 1, padded, values, &weight, 1, tally) > 0;
         if (tally.first_bad >= 0) return tally.first_bad;
         if (deletes) {
-            tally.used = -tally.used;
             tally.missing = -std::min(tally.missing, fit.missing);
             tally.frequencies = -tally.frequencies;
             tally.mass = -tally.mass;
@@ -270,29 +283,43 @@ std::int64_t fold_directly(const RowSource<Real> &rows, std::int64_t n_rows, boo
         join(fit, tally);
         if (!used) continue;
         long double *row = fit.factor.scratch_row();
-        std::copy(values, values + n, row);
-        if (!deletes) fit.factor.add_row(row, weight);
-        else possible = fit.rows >= 0 && fit.frequencies >= 0 && fit.factor.delete_row(row, weight);
-        if (deletes && fit.rows == 0) forget_rows(fit);
+        for (std::size_t j = 0; j < n; ++j)
+            row[j] = static_cast<long double>(values[j]) - static_cast<long double>(fit.shift[j]);
+        if (deletes) possible = delete_row(fit, row, weight);
+        else fit.factor.add_row(row, weight);
     }
     return -1;
 }
 
-// Data are taken relative to the first row that is used: differences from it are exact where data lie close together,
-// and an intercept makes up for it.
+// Data are taken relative to a value of each column, and an intercept makes up for it: where data lie close together but
+// far from zero, their differences are exact. The value is the least in magnitude of some rows spread over the call, so
+// that it is never large beside the others.
 template <class Real>
 bool find_shift(RowSource<Real> rows, std::int64_t n_rows, Fit &fit, Workspace &workspace)
 {
+    constexpr std::int64_t most_looked_at = 64;
     if (fit.shift_known || !rows.intercept) return true;
     const std::size_t n = fit.factor.n_columns();
     auto *values = workspace.array_or_null<double>(padded_columns(n));
-    if (values == nullptr) return false;
-    RowTally tally{0, 0, -1, 0, 0, nullptr};
-    double weight = 0;
+    auto *no_shift = workspace.array_or_null<double>(n);
+    if (values == nullptr || no_shift == nullptr) return false;
+    std::fill_n(no_shift, n, 0.0);
+    rows.shift = no_shift;
+    rows.exclude_missing = true; // a NaN is no value to start from
+    std::fill_n(fit.shift + 1, n - 1, infinity<double>);
+    const std::int64_t step = (n_rows + most_looked_at - 1) / most_looked_at;
     std::int64_t next = 0;
-    fit.shift_known = read_rows(rows, next, n_rows, 1, padded_columns(n), values, &weight, 1, tally) > 0;
-    for (std::size_t j = 1; fit.shift_known && j < n; ++j)
-        fit.shift[j] = std::isfinite(values[j]) ? values[j] : 0;
+    for (std::int64_t row = 0; row < n_rows; row = std::max(row + step, next)) {
+        RowTally tally{0, 0, -1, 0, 0, nullptr};
+        double weight = 0;
+        next = row;
+        if (read_rows(rows, next, n_rows, 1, padded_columns(n), values, &weight, 1, tally) == 0) break;
+        fit.shift_known = true;
+        for (std::size_t j = 1; j < n; ++j) {
+            if (std::fabs(values[j]) < std::fabs(fit.shift[j])) fit.shift[j] = values[j];
+        }
+    }
+    std::replace(fit.shift + 1, fit.shift + n, infinity<double>, 0.0);
     return true;
 }
 

@@ -7,16 +7,6 @@
 
 namespace tavik::regression {
 
-inline float quotient(float a, float b)
-{
-    return tavik_c1div(a, b);
-}
-
-inline double quotient(double a, double b)
-{
-    return tavik_dc1div(a, b);
-}
-
 inline void check_not_negative(const char *name, float x, int *position)
 {
     tavik_c1ge0(name, x, position);
@@ -48,51 +38,54 @@ enum Entry {
 };
 } // namespace anova
 
-template <class Real> Real p_of_f(Real f, Real dfr, Real dfe)
-{
-    if (f == infinity<Real>) return 1; // of a perfect fit, on purpose
-    return static_cast<Real>(probability::f_upper_tail(f, dfr, dfe));
-}
-
-// The degrees of freedom and sums of squares. False when one is negative; that error is raised. NaN, which missing values
+// False when one of degrees of freedom and sums of squares is negative; that error is raised. NaN, which missing values
 // that were kept leave, may pass.
-template <class Real> bool set_sums(const Solution<Real> &solution, std::size_t c, Real *table)
+template <class Real> bool check_sums(const Solution<Real> &solution, std::size_t c)
 {
-    table[anova::dfr] = static_cast<Real>(solution.regression_degrees_of_freedom());
-    table[anova::dfe] = static_cast<Real>(solution.error_degrees_of_freedom());
-    table[anova::ssr] = static_cast<Real>(solution.regression_square(c));
-    table[anova::sse] = static_cast<Real>(solution.error_crossproduct(c, c));
     const struct {
         const char *name;
-        Real value;
-    } checked[] = {{"DFR", table[anova::dfr]},
-                   {"SSR", table[anova::ssr]},
-                   {"DFE", table[anova::dfe]},
-                   {"SSE", table[anova::sse]}};
+        long double value;
+    } checked[] = {{"DFR", solution.regression_degrees_of_freedom()},
+                   {"SSR", solution.regression_square(c)},
+                   {"DFE", solution.error_degrees_of_freedom()},
+                   {"SSE", solution.error_crossproduct(c, c)}};
     int position = 0;
     for (const auto &[name, value] : checked) {
-        if (!std::isnan(value)) check_not_negative(name, value, &position);
+        if (!std::isnan(value)) check_not_negative(name, static_cast<Real>(value), &position);
         if (fatal_pending()) return false;
     }
     return true;
 }
 
-template <class Real> void set_anova(const Solution<Real> &solution, std::size_t c, Real *table)
+// In long double to the end: a square may not fit the type, and what follows from it does.
+template <class Real> void set_anova(const Solution<Real> &solution, std::size_t c, Real *entries)
 {
     using namespace anova;
-    if (!set_sums(solution, c, table)) return;
+    constexpr long double nan = not_a_number<long double>;
+    long double table[n_entries];
+    table[dfr] = solution.regression_degrees_of_freedom();
+    table[dfe] = solution.error_degrees_of_freedom();
     table[df_total] = table[dfr] + table[dfe];
+    table[ssr] = solution.regression_square(c);
+    table[sse] = solution.error_crossproduct(c, c);
     table[ss_total] = table[ssr] + table[sse];
-    table[msr] = quotient(table[ssr], table[dfr]);
-    table[mse] = quotient(table[sse], table[dfe]);
-    table[f] = quotient(table[msr], table[mse]);
-    table[p] = p_of_f(table[f], table[dfr], table[dfe]);
-    table[r2] = 100 * quotient(table[ssr], table[ss_total]);
-    const Real ratio = quotient(table[mse], quotient(table[ss_total], table[df_total]));
+    table[msr] = guarded_quotient(table[ssr], table[dfr]);
+    table[mse] = guarded_quotient(table[sse], table[dfe]);
+    table[f] = guarded_quotient(table[msr], table[mse]);
+    const auto f_of_type = static_cast<Real>(table[f]);
+    table[p] = f_of_type == infinity<Real> // of a perfect fit 1, on purpose
+                   ? 1
+                   : probability::f_upper_tail(static_cast<double>(table[f]), static_cast<double>(table[dfr]),
+                                               static_cast<double>(table[dfe]));
+    table[r2] = 100 * guarded_quotient(table[ssr], table[ss_total]);
+    const long double ratio =
+        guarded_quotient(table[mse], guarded_quotient(table[ss_total], table[df_total]));
     table[adjusted_r2] = ratio > 1 ? 0 : 100 * (1 - ratio);
-    table[sd] = std::isnan(table[mse]) ? not_a_number<Real> : std::sqrt(table[mse]);
-    table[mean] = static_cast<Real>(solution.mean(solution.n_coefficients() + c));
-    table[cv] = std::isnan(table[mse]) ? not_a_number<Real> : 100 * quotient(table[sd], table[mean]);
+    table[sd] = std::isnan(table[mse]) ? nan : std::sqrt(table[mse]);
+    table[mean] = solution.mean(solution.n_coefficients() + c);
+    table[cv] = std::isnan(table[mse]) ? nan : guarded_quotient(100 * table[sd], table[mean]);
+    std::transform(table, table + n_entries, entries,
+                   [](long double entry) { return static_cast<Real>(entry); });
 }
 
 } // namespace tavik::regression

@@ -1,7 +1,9 @@
 // What rests on the inverse of X'WX: covariances of the coefficients, their standard errors and tests.
 #pragma once
 
-#include "anova.hpp"
+#include "solution.hpp"
+
+#include "probability/tail_probabilities.hpp"
 
 namespace tavik::regression {
 
@@ -67,10 +69,11 @@ private:
     long double *inverse_ = nullptr, *product_ = nullptr;
 };
 
+// NaN with fewer rows, by frequency, than coefficients.
 template <class Real> long double error_variance(const Solution<Real> &solution, std::size_t c)
 {
-    return static_cast<long double>(quotient(static_cast<double>(solution.error_crossproduct(c, c)),
-                                             static_cast<double>(solution.error_degrees_of_freedom())));
+    const long double df = solution.error_degrees_of_freedom();
+    return df < 0 ? not_a_number<long double> : guarded_quotient(solution.error_crossproduct(c, c), df);
 }
 
 template <class Real>
@@ -100,10 +103,11 @@ void set_statistics(const Solution<Real> &solution, const InverseFactor<Real> &i
         const long double variance = error_variance(solution, c);
         for (std::size_t j = 0; j < solution.n_coefficients(); ++j, statistics += 4) {
             const bool dependent = solution.is_dependent(j);
-            const auto estimate = static_cast<double>(solution.coefficients(c)[j]);
-            const auto error = dependent ? 0 : static_cast<double>(std::sqrt(variance * inverse.diagonal(j)));
-            const double t = dependent ? not_a_number<double> : quotient(estimate, error);
-            statistics[0] = static_cast<Real>(solution.coefficients(c)[j]);
+            const long double estimate = solution.coefficients(c)[j];
+            const long double error = dependent ? 0 : std::sqrt(variance * inverse.diagonal(j));
+            const auto t = static_cast<double>(dependent ? not_a_number<long double>
+                                                         : guarded_quotient(estimate, error));
+            statistics[0] = static_cast<Real>(estimate);
             statistics[1] = static_cast<Real>(error);
             statistics[2] = static_cast<Real>(t);
             statistics[3] = static_cast<Real>(probability::student_t_two_sided(t, df));

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace tavik::regression {
 
@@ -14,43 +15,64 @@ void Factor::start(std::size_t n_columns, long double *memory)
     scale_ = r_ + n_ * n_;
     scratch_ = scale_ + n_;
     dissolved_ = scratch_ + n_;
-    given_ = dissolved_ + n_;
-    rounding_ = given_ + n_;
+    total_ = dissolved_ + n_;
+    peak_ = total_ + n_;
     clear();
 }
 
 void Factor::clear()
 {
     std::fill_n(r_, n_ * n_ + n_, 0.0L);
-    std::fill_n(rounding_, n_, 0.0L);
+    std::fill_n(total_, 2 * n_, 0.0L);
 }
 
 void Factor::add_row(long double *row, long double weight, std::size_t first)
+{
+    for (std::size_t i = first; i < n_; ++i) {
+        total_[i] += weight * row[i] * row[i];
+        peak_[i] = std::max(peak_[i], total_[i]);
+    }
+    fold(row, weight, first);
+}
+
+void Factor::fold(long double *row, long double weight, std::size_t first)
 {
     for (std::size_t i = first; i < n_ && weight != 0; ++i) rotate(row, weight, i);
 }
 
 bool Factor::delete_row(long double *row, long double weight)
 {
-    constexpr long double unit = 0x1p-62L; // a few roundings
-    constexpr long double safety = 16, clearly = 0x1p-30L;
+    // Parts of the greatest sum of squares: below the first is rounding, below minus the second no rounding reaches.
+    constexpr long double rounding = 0x1p-56L, clearly = 0x1p-40L;
 
-    for (std::size_t i = 0; i < n_; ++i) given_[i] = weight * row[i] * row[i];
     weight = -weight;
-    long double amplification = 1; // of the roundings in later rows, by what earlier ones have lost
+    for (std::size_t i = 0; i < n_; ++i) total_[i] += weight * row[i] * row[i];
     for (std::size_t i = 0; i < n_ && weight != 0; ++i) {
-        const long double before = scale_[i] * r_[i * n_ + i] * r_[i * n_ + i];
-        const long double left = before + weight * row[i] * row[i];
-        rounding_[i] += unit * amplification * before;
-        if (left < -safety * rounding_[i] && left < -clearly * (before + given_[i])) return false;
-        if (!(left <= safety * rounding_[i])) { // so NaN spreads
-            amplification = std::max(amplification, before / left);
-            rotate(row, weight, i);
-        } else if (before > 0) {
-            dissolve_row(i); // the column has nothing of its own any more
-        }
+        const long double left = own_square(i) + weight * row[i] * row[i];
+        if (left < -clearly * peak_[i]) return false;
+        if (!(left <= rounding * peak_[i])) rotate(row, weight, i); // so NaN spreads
+        else dissolve_row(i);
     }
     return true;
+}
+
+void Factor::limit_rank(std::size_t rows)
+{
+    if (rows >= n_) return;
+    for (;;) {
+        std::size_t left = 0, least = 0;
+        long double least_part = std::numeric_limits<long double>::infinity();
+        for (std::size_t i = 0; i < n_; ++i) {
+            const long double own = own_square(i);
+            left += own != 0;
+            if (own > 0 && own < least_part * peak_[i]) {
+                least_part = own / peak_[i];
+                least = i;
+            }
+        }
+        if (left <= rows || least_part > 1) return; // the latter with NaN alone
+        dissolve_row(least);
+    }
 }
 
 void Factor::rotate(long double *row, long double &weight, std::size_t i)
@@ -61,21 +83,15 @@ void Factor::rotate(long double *row, long double &weight, std::size_t i)
     numerical::rotm(behind, pivot_row + i + 1, 1, row + i + 1, 1, rotation);
 }
 
-void Factor::add(const Factors &other)
+void Factor::add(const FactorSet &other)
 {
     for (std::size_t i = 0; i < n_; ++i) {
-        const long double x = other.diagonal[i];
-        if (x == 0) continue;
-        const std::size_t panel_first = i / other.panel * other.panel;
-        const std::size_t panel_end = std::min(panel_first + other.panel, n_);
-        scratch_[i] = x;
-        for (std::size_t j = i + 1; j < panel_end; ++j)
-            scratch_[j] = other.within[i * other.panel + j - panel_first];
-        if (panel_end < n_)
-            std::copy(other.row_behind(0, i) + panel_end, other.row_behind(0, i) + n_, scratch_ + panel_end);
+        if (other.diagonal[i] == 0) continue;
+        other.copy_row(i, 0, 1, scratch_);
         // An overflow must be seen in the results.
-        const long double scale = other.p[i] / x;
-        add_row(scratch_, std::isfinite(scale) ? scale : std::nanl(""), i);
+        const long double scale = static_cast<long double>(other.p[i]) / scratch_[i];
+        const bool finite = std::isfinite(scale) && std::isfinite(scratch_[i]);
+        add_row(scratch_, finite ? scale : std::nanl(""), i);
     }
 }
 
@@ -85,15 +101,15 @@ void Factor::dissolve_row(std::size_t i)
     const long double scale = scale_[i];
     std::copy(row + i + 1, row + n_, dissolved_ + i + 1);
     std::fill(row + i, row + n_, 0.0L);
-    scale_[i] = rounding_[i] = 0;
-    add_row(dissolved_, scale, i + 1);
+    scale_[i] = 0;
+    fold(dissolved_, scale, i + 1);
 }
 
 bool Factor::loses_digits() const
 {
     constexpr long double little = 1e-4L; // two digits of a column, four of its square
     for (std::size_t j = 0; j < n_; ++j) {
-        if (crossproduct(j, j + 1, j, j) < little * crossproduct(0, j + 1, j, j)) return true;
+        if (!(own_square(j) >= little * crossproduct(0, j + 1, j, j))) return true; // NaN, too
     }
     return false;
 }

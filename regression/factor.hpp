@@ -22,11 +22,16 @@ public:
 
     // Both use `row` up. Its elements before `first` are not looked at.
     void add_row(long double *row, long double weight, std::size_t first = 0);
-    // False when the row cannot have been added, because a sum of squares would become clearly negative.
+    // False when the row cannot have been added, because a sum of squares would become clearly negative. What deletion
+    // leaves of a column that is below the rounding of what the column has been counts as nothing.
     bool delete_row(long double *row, long double weight);
 
     // Adds the factor of a set of one, which starts from the same columns.
-    void add(const Factors &other);
+    void add(const FactorSet &other);
+
+    // At most `rows` rows are left: no more columns than that can have something of their own. Those that have the least,
+    // which is what rounding has left of them, lose it.
+    void limit_rank(std::size_t rows);
 
     // Empties row i and folds what it says about later columns into their rows; column i is 0 from row i on.
     void dissolve_row(std::size_t i);
@@ -59,13 +64,20 @@ public:
     }
 
 private:
+    long double own_square(std::size_t i) const
+    {
+        return scale_[i] * r_[i * n_ + i] * r_[i * n_ + i];
+    }
+
+    void fold(long double *row, long double weight, std::size_t first);
+
     // Makes element i of the row zero.
     void rotate(long double *row, long double &weight, std::size_t i);
 
     std::size_t n_ = 0;
     long double *r_ = nullptr, *scale_ = nullptr, *scratch_ = nullptr, *dissolved_ = nullptr,
-                *given_ = nullptr,
-                *rounding_ = nullptr; // of each row's sum of squares, which deletions have left
+                *total_ = nullptr,
+                *peak_ = nullptr; // each column's sum of squares, and the greatest that it has been
 };
 
 } // namespace tavik::regression

@@ -38,9 +38,10 @@ struct Fit {
     double *shift;     // of the columns, subtracted from every row; 0 without an intercept
     bool shift_known;  // some row was used
     long double *sums; // of values times masses, without an intercept
-    long double mass, frequencies;
-    std::int64_t rows, missing; // rows in the factor; rows left out because of a NaN
-    void *callers_pointer;      // kept for the caller
+    long double mass, frequencies, most_frequencies; // the last is the most that there have been
+    bool with_frequencies;                           // not every row counted once
+    std::int64_t missing;                            // rows left out because of a NaN
+    void *callers_pointer;                           // kept for the caller
 };
 
 // Bytes of a fit's arrays; n_columns is at most most_columns.
@@ -64,13 +65,18 @@ inline void start(Fit &fit, const Shape &shape, void *memory)
     std::fill_n(fit.shift, n, 0.0);
 }
 
-// Back to no rows, exactly: what deleting the last one leaves otherwise is rounding.
+// Back to no rows, exactly.
 inline void forget_rows(Fit &fit)
 {
     fit.factor.clear();
     std::fill_n(fit.sums, fit.factor.n_columns(), 0.0L);
-    fit.frequencies = fit.mass = 0;
-    fit.rows = 0;
+    fit.mass = fit.frequencies = fit.most_frequencies = 0;
+}
+
+inline void forget_shift(Fit &fit)
+{
+    std::fill_n(fit.shift, fit.factor.n_columns(), 0.0);
+    fit.shift_known = false;
 }
 
 struct Series {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "accumulate.hpp"
+#include "anova.hpp"
 #include "covariances.hpp"
 #include "regress_checks.hpp"
 #include "row_results.hpp"
@@ -89,6 +90,7 @@ bool accumulate(const RowSource<Real> &rows, int n_rows, const RegressionOptions
                 Workspace &workspace)
 {
     const std::size_t n = fit.factor.n_columns();
+    fit.with_frequencies = fit.with_frequencies || rows.frequencies != nullptr;
     const bool few = static_cast<std::size_t>(n_rows) <= most_work_of_few / (n * n);
     bool possible = true;
     std::int64_t first_bad = no_memory;
@@ -125,7 +127,11 @@ template <class Real> struct OutputArrays {
             if (output.pointer == nullptr || fatal_pending()) return output.array;
             return workspace.result<Real>(size, governed_by);
         };
-        covariances = array(options.covariances, q * n * covariance_stride, "n_independent");
+        std::size_t covariances_size = 0; // the stride may be any int
+        if (__builtin_mul_overflow(q * n, covariance_stride, &covariances_size)) covariances_size = SIZE_MAX;
+        covariances = array(options.covariances, covariances_size, "n_independent");
+        if (covariances != nullptr && options.covariances.pointer != nullptr)
+            std::fill_n(covariances, covariances_size, Real{0}); // the padding of its rows
         anova = array(options.anova, q * anova::n_entries, "n_dependent");
         residuals = array(options.residuals, n_rows * q, "n_rows");
         means = array(options.means, n - shape.intercept + q, "n_independent");
@@ -197,12 +203,11 @@ void finish(Fit &fit, const RowSource<Real> &rows, int n_rows, const RegressionO
     if (!out.prepare(shape, static_cast<std::size_t>(n_rows), stride, options, workspace)) return;
     const bool needs_inverse = out.covariances != nullptr || out.statistics != nullptr;
     if ((needs_inverse && !inverse.prepare(n, workspace)) ||
-        (options.leverages != nullptr && !leverages.prepare(n, n_rows, workspace)) ||
+        (options.leverages != nullptr && !leverages.prepare(fit, n_rows, workspace)) ||
         !solution.solve(fit, options.tolerance, workspace))
         return;
-    Real sums[anova::n_entries];
     for (std::size_t c = 0; out.anova != nullptr && c < solution.n_responses(); ++c) {
-        if (!set_sums(solution, c, sums)) return;
+        if (!check_sums(solution, c)) return;
     }
 
     if (needs_inverse) inverse.compute(solution);
@@ -260,9 +265,9 @@ void l_regression(int n_rows, int n_independent, const Real *x, const Real *y, A
     const bool options_read = read_options(OptionReader(list, count_codes), options);
 
     // The series counts as closed while one of its calls works, so that whatever ends the call early ends the series,
-    // too. A call of stage 0 has nothing to do with it; but when options could not be read, no one knows the stage.
+    // too. A call of stage 0 has nothing to do with it; but behind an unknown code, no one knows the stage.
     Series &series = thread_series<Real>();
-    const bool series_was_open = series.open, staged = options.ido != 0 || !options_read;
+    const bool series_was_open = series.open, staged = options.ido != 0 || options.unknown_code;
     if (staged) series.open = false;
     const Shape shape{n_independent, options.n_dependent, options.intercept};
     if (!options_read || !check_arguments(n_rows, n_independent, x, y, options) ||

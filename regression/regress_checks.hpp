@@ -50,9 +50,8 @@ template <class Real> std::int64_t row_width(int n_independent, const Regression
 }
 
 // Every column that TAVIK_X_INDICES names must lie in the row, whoever has stated its width.
-template <class Real> bool check_columns(std::int64_t width, const RegressionOptions<Real> &options)
+template <class Real> bool check_columns(int last, const RegressionOptions<Real> &options)
 {
-    const int last = static_cast<int>(std::min<std::int64_t>(width, INT_MAX)) - 1;
     if (options.frequency_column > last) return raise(terminal, 20467, options.frequency_column, last + 1);
     if (options.weight_column > last) return raise(terminal, 20468, options.weight_column, last + 1);
     return true;
@@ -100,13 +99,13 @@ bool check_arguments(int n_rows, int n_independent, const Real *x, const Real *y
     if (staged && (options.anova.wanted() || options.residuals.wanted() || options.leverages != nullptr))
         return raise(terminal, 20690);
     const std::int64_t width = row_width(n_independent, options);
-    if (indexed && !check_columns(width, options)) return false;
+    const int last_column = static_cast<int>(std::clamp<std::int64_t>(width, 0, INT_MAX)) - 1;
+    if (indexed && options.x_col_dim_given && !at_least(options.x_col_dim, "x_col_dim", 1)) return false;
+    if (indexed && !check_columns(last_column, options)) return false;
     if (options.covariance_col_dim_given && !options.covariances.wanted()) return raise(terminal, 11038);
 
     if (indexed) {
-        const int last = static_cast<int>(std::min<std::int64_t>(width, INT_MAX)) - 1;
-        if (options.x_col_dim_given && !at_least(options.x_col_dim, "x_col_dim", 1)) return false;
-        if (!check_column_lists(n_independent, last, options)) return false;
+        if (!check_column_lists(n_independent, last_column, options)) return false;
     } else if (!check_stride(n_independent, "*n_independent", static_cast<int>(width), "x_col_dim")) {
         return false;
     }

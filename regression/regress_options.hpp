@@ -36,6 +36,7 @@ template <class Real> struct RegressionOptions {
     Real tolerance = 100 * epsilon<Real>;
     const Real *frequencies = nullptr, *weights = nullptr;
     void *callers_pointer = nullptr;
+    bool unknown_code = false;
 
     Real *result = nullptr;
     Output<Real> covariances, anova, residuals, means, r_factor, crossproducts, statistics;
@@ -112,7 +113,10 @@ template <class Real> bool read_options(OptionReader reader, RegressionOptions<R
         case TAVIK_LEVERAGES_USER: options.leverages = reader.pointer<Real>("TAVIK_LEVERAGES_USER"); break;
         case TAVIK_RANK: options.rank = reader.pointer<int>("TAVIK_RANK"); break;
         case TAVIK_N_ROWS_MISSING: options.n_missing = reader.pointer<int>("TAVIK_N_ROWS_MISSING"); break;
-        default: reader.unknown(11001); return false;
+        default:
+            reader.unknown(11001);
+            options.unknown_code = true;
+            return false;
         }
     }
     return !error_pending();

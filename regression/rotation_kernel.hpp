@@ -82,7 +82,7 @@ template <class Mask, class T> inline void exchange_where(Mask mask, T &a, T &b)
 template <class T> struct Panel {
     static constexpr std::size_t factors = factors_in<T>;
 
-    Panel(const Factors &f, const Tile &tile, std::size_t first_column)
+    Panel(const FactorSet &f, const Tile &tile, std::size_t first_column)
         : first(first_column), pivots(f.n - first < f.panel ? f.n - first : f.panel), width(f.panel),
           padded_width(padded_columns(f.panel)), p(f.p + first * factors),
           diagonal(f.diagonal + first * factors), reciprocal_p(f.reciprocal_p + first * factors),
@@ -111,11 +111,11 @@ template <class T> struct Panel {
     }
 };
 
-// 1 / x, but 0 of 0 and of what is too small to have one.
+// 1 / x, but 0 of 0. Where it overflows, the results shall show that.
 template <class T> inline T reciprocal_or_zero(T x)
 {
-    const T reciprocal = 1 / x, zero = {};
-    return reciprocal - reciprocal == zero ? reciprocal : zero;
+    const T zero = {};
+    return x == zero ? zero : 1 / x;
 }
 
 // Exchanges row k and row i of the factor in the lanes of the mask, and the numbers that belong to them.
@@ -241,7 +241,7 @@ inline void rotate_strip(double *values, std::size_t row_stride, double *pivot_r
 // Applies the rotations of a panel to the columns behind it, for one factor. Strips are taken one after the other, so
 // that a strip of the pivots' rows stays in the first-level cache while all rows pass.
 template <class T>
-inline void rotate_behind(const Panel<T> &panel, const Factors &f, const Tile &tile, std::size_t factor,
+inline void rotate_behind(const Panel<T> &panel, const FactorSet &f, const Tile &tile, std::size_t factor,
                           std::size_t n_rows, const unsigned char *exchanged)
 {
     constexpr std::size_t factors = Panel<T>::factors;
@@ -279,7 +279,7 @@ inline void transpose(V &a, V &b, V &c, V &d)
     d = __builtin_shufflevector(ab_high, cd_high, 2, 3, 6, 7);
 }
 
-inline void take_panel(const Panel<V> &panel, const Factors &f, const Tile &tile, std::size_t n_rows)
+inline void take_panel(const Panel<V> &panel, const FactorSet &f, const Tile &tile, std::size_t n_rows)
 {
     const std::size_t factor_stride = rows_per_tile * f.padded;
     for (std::size_t k = 0; k < n_rows; ++k) {
@@ -297,7 +297,7 @@ inline void take_panel(const Panel<V> &panel, const Factors &f, const Tile &tile
     }
 }
 
-inline void take_panel(const Panel<S> &panel, const Factors &f, const Tile &tile, std::size_t n_rows)
+inline void take_panel(const Panel<S> &panel, const FactorSet &f, const Tile &tile, std::size_t n_rows)
 {
     for (std::size_t k = 0; k < n_rows; ++k) {
         for (std::size_t j = 0; j < panel.pivots; ++j)
@@ -315,7 +315,7 @@ template <class T> inline bool spent(const Panel<T> &panel, std::size_t n_rows)
 }
 
 template <class T>
-inline void fold(const Factors &f, const Tile &tile, std::size_t n_rows, std::size_t first_column)
+inline void fold(const FactorSet &f, const Tile &tile, std::size_t n_rows, std::size_t first_column)
 {
     for (std::size_t first = first_column / f.panel * f.panel; first < f.n; first += f.panel) {
         const Panel<T> panel(f, tile, first);
@@ -335,12 +335,12 @@ inline void fold(const Factors &f, const Tile &tile, std::size_t n_rows, std::si
     }
 }
 
-void fold_four(const Factors &factors, const Tile &tile, std::size_t n_rows)
+void fold_four(const FactorSet &factors, const Tile &tile, std::size_t n_rows)
 {
     fold<V>(factors, tile, n_rows, 0);
 }
 
-void fold_one(const Factors &factor, const Tile &tile, std::size_t n_rows, std::size_t first_column)
+void fold_one(const FactorSet &factor, const Tile &tile, std::size_t n_rows, std::size_t first_column)
 {
     fold<S>(factor, tile, n_rows, first_column);
 }
@@ -428,10 +428,11 @@ std::size_t read_rows(const RowSource<Real> &rows, std::int64_t &next, std::int6
         const double w = rows.weights != nullptr ? rows.weights[i * rows.weight_stride] : 1;
         const double mass = f * w;
         const MassKind kind = kind_of_mass(f, w);
-        if (kind == MassKind::bad && tally.first_bad < 0) tally.first_bad = next;
+        if (kind == MassKind::bad && (tally.first_bad < 0 || next < tally.first_bad)) tally.first_bad = next;
         if (kind == MassKind::bad || kind == MassKind::none) continue;
         double *to = values + used * padded;
-        if ((kind == MassKind::missing || !take_row(rows, next, to)) && rows.exclude_missing) {
+        const bool complete = take_row(rows, next, to) && kind != MassKind::missing;
+        if (!complete && rows.exclude_missing) {
             ++tally.missing;
             continue;
         }

@@ -28,7 +28,7 @@ constexpr std::size_t padded_columns(std::size_t n)
 
 // One factor, or four of them; the index of the factor runs fastest in all but `behind`. Row i stands for d_i r_i r_i'
 // with scale factor d_i = p_i / r_ii. Rotations leave p_i as it is, so only exchanges change it. An empty row is 0.
-struct Factors {
+struct FactorSet {
     std::size_t n, padded, panel;               // columns, those with padding, pivots in a panel
     double *p, *diagonal;                       // n each: p_i and r_ii
     double *reciprocal_p, *reciprocal_diagonal; // of 0 it is 0
@@ -38,6 +38,16 @@ struct Factors {
     double *row_behind(std::size_t factor, std::size_t i) const
     {
         return behind + (factor * n + i) * padded;
+    }
+
+    // Row i of one of `count` factors, from its diagonal on.
+    template <class T> void copy_row(std::size_t i, std::size_t factor, std::size_t count, T *row) const
+    {
+        const std::size_t first = i / panel * panel;
+        row[i] = diagonal[i * count + factor];
+        for (std::size_t j = i + 1; j < n; ++j)
+            row[j] = j < first + panel ? within[(i * panel + j - first) * count + factor]
+                                       : row_behind(factor, i)[j];
     }
 };
 
@@ -105,9 +115,9 @@ struct RotationKernels {
                           std::size_t most, std::size_t padded, double *values, double *weights,
                           std::size_t weight_stride, RowTally &tally);
     // Folds the first n_rows rows of the tile, a multiple of rows_in_flight, into four factors.
-    void (*fold_four)(const Factors &factors, const Tile &tile, std::size_t n_rows);
+    void (*fold_four)(const FactorSet &factors, const Tile &tile, std::size_t n_rows);
     // The same for one factor; the rows are 0 before column first_column.
-    void (*fold_one)(const Factors &factor, const Tile &tile, std::size_t n_rows, std::size_t first_column);
+    void (*fold_one)(const FactorSet &factor, const Tile &tile, std::size_t n_rows, std::size_t first_column);
 };
 
 extern const RotationKernels baseline_rotation_kernels, avx2_rotation_kernels;

@@ -79,44 +79,59 @@ void set_residuals(const RowSource<Real> &rows, std::int64_t n_rows, const Solut
 template <class Real> class Leverages {
 public:
     // False, with an error, without memory.
-    bool prepare(std::size_t n_coefficients, std::int64_t n_rows, Workspace &workspace)
+    bool prepare(const Fit &fit, std::int64_t n_rows, Workspace &workspace)
     {
-        n_ = n_coefficients;
+        n_ = fit.shape.n_coefficients();
         n_rows_ = n_rows;
         threads_ = row_threads(n_rows, n_ * n_ / 4 + 1);
-        memory_ =
-            workspace.array<long double>(n_ * (n_ + static_cast<std::size_t>(threads_)), "n_independent");
+        in_long_double_ = fit.factor.loses_digits();
+        const std::size_t size = in_long_double_ ? memory_size<long double>() : memory_size<double>();
+        memory_ = workspace.array<char>(size, "n_independent");
         return memory_ != nullptr;
     }
 
-    // In long double, because the condition of the factor matters, unless that would take long.
     void write(const RowSource<Real> &rows, const Solution<Real> &solution, Real *leverages) const
     {
-        constexpr std::size_t widest_in_long_double = 32;
-        if (n_ <= widest_in_long_double) write_by(memory_, rows, solution, leverages);
-        else write_by(reinterpret_cast<double *>(memory_), rows, solution, leverages);
+        if (in_long_double_) write_by<long double>(rows, solution, leverages);
+        else write_by<double>(rows, solution, leverages);
     }
 
 private:
+    // A row a thread, in cache lines of its own.
+    template <class T> std::size_t row_stride() const
+    {
+        constexpr std::size_t line = 64 / sizeof(T);
+        return (n_ + line - 1) / line * line;
+    }
+
+    // The factor, the reciprocals of its diagonal and scale factors, the rows.
+    template <class T> std::size_t memory_size() const
+    {
+        return (n_ + 2 + static_cast<std::size_t>(threads_)) * row_stride<T>() * sizeof(T);
+    }
+
     template <class T>
-    void write_by(T *factor, const RowSource<Real> &rows, const Solution<Real> &solution,
-                  Real *leverages) const
+    void write_by(const RowSource<Real> &rows, const Solution<Real> &solution, Real *leverages) const
     {
         const RowReader<Real> reader{rows};
-        const std::size_t n = n_, first = rows.intercept ? 1 : 0;
-        for (std::size_t i = 0; i < n; ++i) {
-            for (std::size_t j = i; j < n; ++j)
-                factor[i * n + j] = static_cast<T>(solution.shifted_row(i)[j]);
+        const std::size_t n = n_, stride = row_stride<T>(), first = rows.intercept ? 1 : 0;
+        T *factor = reinterpret_cast<T *>(memory_);
+        T *reciprocal_diagonal = factor + n * stride, *reciprocal_scale = reciprocal_diagonal + stride;
+        for (std::size_t i = 0; i < n; ++i) { // 0 for dependent columns, which have no part in the leverage
+            const long double *r = solution.shifted_row(i);
+            const bool dependent = solution.is_dependent(i);
+            reciprocal_diagonal[i] = dependent ? 0 : static_cast<T>(1 / r[i]);
+            reciprocal_scale[i] = dependent ? 0 : static_cast<T>(1 / solution.scale(i));
+            for (std::size_t j = i; j < n; ++j) factor[i * stride + j] = static_cast<T>(r[j]);
         }
         for_each_row(n_rows_, threads_, [&](std::size_t i, int thread) {
-            T *rest = factor + n * (n + static_cast<std::size_t>(thread)), sum = 0;
+            T *rest = reciprocal_scale + (1 + static_cast<std::size_t>(thread)) * stride, sum = 0;
             if (rows.intercept) rest[0] = 1;
             for (std::size_t j = first; j < n; ++j)
                 rest[j] = static_cast<T>(reader.element(i, j - first)) - static_cast<T>(solution.shift()[j]);
             for (std::size_t j = 0; j < n; ++j) {
-                if (solution.is_dependent(j)) continue;
-                const T *r = factor + j * n, z = rest[j] / r[j];
-                sum += z * z / static_cast<T>(solution.scale(j));
+                const T *r = factor + j * stride, z = rest[j] * reciprocal_diagonal[j];
+                sum += z * z * reciprocal_scale[j];
                 for (std::size_t k = j + 1; k < n; ++k) rest[k] -= z * r[k];
             }
             leverages[i] = reader.is_missing(i) ? not_a_number<Real>
@@ -127,7 +142,8 @@ private:
     std::size_t n_ = 0;
     std::int64_t n_rows_ = 0;
     int threads_ = 1;
-    long double *memory_ = nullptr; // the factor, then a row a thread
+    bool in_long_double_ = false;
+    char *memory_ = nullptr;
 };
 
 } // namespace tavik::regression

@@ -107,15 +107,16 @@ public:
     }
 
     // Crossproduct of the residuals of two responses. Residuals below half a unit in the last place of their response
-    // are its rounding, and count as 0.
+    // are its rounding, and count as 0; how it is shifted, the rounding has been as small as that.
     long double error_crossproduct(std::size_t a, std::size_t b) const
     {
         const auto of = [this](std::size_t c, std::size_t d) {
             return fit_->factor.crossproduct(n_, n_ + responses_, n_ + c, n_ + d);
         };
-        constexpr long double rounding = static_cast<long double>(epsilon<Real>) / 2;
+        constexpr long double rounding = static_cast<long double>(epsilon<double>) / 2; // of the arithmetic
         for (const std::size_t c : {a, b}) {
-            if (of(c, c) <= rounding * rounding * squares_[n_ + c]) return 0;
+            const long double square = fit_->factor.crossproduct(0, n_ + c + 1, n_ + c, n_ + c);
+            if (of(c, c) <= rounding * rounding * square) return 0;
         }
         return of(a, b);
     }
