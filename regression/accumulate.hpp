@@ -251,7 +251,8 @@ inline bool delete_row(Fit &fit, long double *row, long double weight)
         forget_shift(fit);
         return true;
     }
-    if (!fit.factor.delete_row(row, weight)) return false;
+    const bool few_left = fit.frequencies < static_cast<long double>(fit.factor.n_columns());
+    if (!fit.factor.delete_row(row, weight, few_left)) return false;
     if (!fit.with_frequencies) fit.factor.limit_rank(static_cast<std::size_t>(fit.frequencies));
     return true;
 }

@@ -24,6 +24,7 @@ void Factor::clear()
 {
     std::fill_n(r_, n_ * n_ + n_, 0.0L);
     std::fill_n(total_, 2 * n_, 0.0L);
+    cancellation_ = 1;
 }
 
 void Factor::add_row(long double *row, long double weight, std::size_t first)
@@ -40,18 +41,23 @@ void Factor::fold(long double *row, long double weight, std::size_t first)
     for (std::size_t i = first; i < n_ && weight != 0; ++i) rotate(row, weight, i);
 }
 
-bool Factor::delete_row(long double *row, long double weight)
+bool Factor::delete_row(long double *row, long double weight, bool few_left)
 {
-    // Parts of the greatest sum of squares: below the first is rounding, below minus the second no rounding reaches.
+    // Parts of a column's greatest sum of squares: what is left below the first is rounding; below minus the second it is
+    // not, unless deletion has cancelled so much before that rounding has grown by as much.
     constexpr long double rounding = 0x1p-56L, clearly = 0x1p-40L;
 
+    long double cancelled = 1; // by this row, in all columns so far
     weight = -weight;
     for (std::size_t i = 0; i < n_; ++i) total_[i] += weight * row[i] * row[i];
     for (std::size_t i = 0; i < n_ && weight != 0; ++i) {
-        const long double left = own_square(i) + weight * row[i] * row[i];
-        if (left < -clearly * peak_[i]) return false;
-        if (!(left <= rounding * peak_[i])) rotate(row, weight, i); // so NaN spreads
-        else dissolve_row(i);
+        const long double before = own_square(i), left = before + weight * row[i] * row[i];
+        if (!few_left && left < -std::max(clearly, rounding * cancellation_) * peak_[i]) return false;
+        const long double least = rounding * peak_[i];
+        if (before > 0) cancelled *= before / std::max(left, least);
+        cancellation_ = std::max(cancellation_, cancelled);
+        if (left <= least) dissolve_row(i);
+        else rotate(row, weight, i); // NaN, too, so that it spreads
     }
     return true;
 }

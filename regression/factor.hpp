@@ -22,9 +22,10 @@ public:
 
     // Both use `row` up. Its elements before `first` are not looked at.
     void add_row(long double *row, long double weight, std::size_t first = 0);
-    // False when the row cannot have been added, because a sum of squares would become clearly negative. What deletion
-    // leaves of a column that is below the rounding of what the column has been counts as nothing.
-    bool delete_row(long double *row, long double weight);
+    // False when the row cannot have been added, because a sum of squares would become clearly negative; with few rows
+    // left, nothing is clear. What deletion leaves of a column below the rounding of what the column has been counts as
+    // nothing.
+    bool delete_row(long double *row, long double weight, bool few_left);
 
     // Adds the factor of a set of one, which starts from the same columns.
     void add(const FactorSet &other);
@@ -75,6 +76,7 @@ private:
     void rotate(long double *row, long double &weight, std::size_t i);
 
     std::size_t n_ = 0;
+    long double cancellation_ = 1; // the most that deleting a row has cancelled of squares, as before / after
     long double *r_ = nullptr, *scale_ = nullptr, *scratch_ = nullptr, *dissolved_ = nullptr,
                 *total_ = nullptr,
                 *peak_ = nullptr; // each column's sum of squares, and the greatest that it has been
