@@ -752,15 +752,18 @@ TAVIK_API void tavik_random_MT64_table_set(const uint64_t table[]);
  *                                            together with a column of x for the same
  *   TAVIK_TOLERANCE, double                  tolerance of linear dependence; default 100 epsilon. A column counts
  *   TAVIK_TOLERANCE_ADR, const Real *        as dependent on those before it when what they leave of its sum of
- *                                            squares is at most tolerance^2 of the whole. _ADR: by address
+ *                                            squares is at most tolerance^2 of the whole, or 0. _ADR: by address.
+ *                                            The sign does not matter; NaN acts as 0
  *   TAVIK_EXCLUDE_MISSING                    leave out, and count, a row with a NaN (the default)
  *   TAVIK_KEEP_MISSING                       take it in: the results become NaN
  *   TAVIK_IDO, int stage                     0 all data in this call (default); 1 first, 2 intermediate, 3 last
  *                                            call of a series. The series belongs to the thread; stage 1 forgets
  *                                            a series that was open, stage 0 leaves it alone
  *   TAVIK_ROWS_ADD / TAVIK_ROWS_DELETE       take the rows of this call in (the default), or out again: with the
- *                                            stages this slides a window over the rows. Deleting cannot bring
- *                                            digits back that larger, since deleted, rows have cost the others
+ *                                            stages this slides a window over the rows. A row is deleted with the
+ *                                            frequency and weight that it has in this call. Deleting cannot bring
+ *                                            digits back that larger, since deleted, rows have cost the others, and
+ *                                            cannot take a NaN out that was kept
  *   TAVIK_FIT_POINTER, void *                kept with the series, otherwise not used
  *   TAVIK_RETURN_USER, Real []               write the coefficients here (untouched on error) and return it
  *   TAVIK_ANOVA_TABLE, output Real **        analysis of variance, 15 entries a response (below). Not in stages
@@ -784,7 +787,7 @@ TAVIK_API void tavik_random_MT64_table_set(const uint64_t table[]);
  *   TAVIK_N_ROWS_MISSING, int *              rows left out because of a NaN, in the whole series, less those
  *                                            that were deleted
  * n_coefficients is n_independent, and 1 more with an intercept. Outputs are written when the fit is completed,
- * at stages 0 and 3; with an error nothing is written.
+ * at stages 0 and 3; with an error nothing is written. Of an output in both forms, the one given last is written.
  *
  *     0 DFR, degrees of freedom of the regression    8 F, entry 6 / entry 7
  *     1 DFE, those of the error                      9 p-value of F; 1 when F is infinite
@@ -796,19 +799,25 @@ TAVIK_API void tavik_random_MT64_table_set(const uint64_t table[]);
  *     7 mean square of the error, SSE / DFE
  *
  * DFE is the sum of the frequencies of the rows in the fit less the rank, DFR the rank less the intercept. Sums of
- * squares are corrected for the mean only with an intercept. A row whose frequency or weight is 0 is left out of
- * the fit, but has a residual. A frequency or weight that is NaN counts as missing. Without any row in the fit the
- * rank is 0, coefficients are 0 and means NaN. Infinite values make results NaN. Where a square, times its mass,
- * overflows the type, results that rest on it are infinite or NaN. Residuals that are below half a unit in the last
- * place of their response, in the mean of squares, are its rounding, and their sum of squares is 0. A dependent
- * column has coefficient, covariances and standard error 0, and NaN for t and p.
+ * squares are corrected for the mean only with an intercept. Where DFE is negative (frequencies below 1), covariances,
+ * standard errors, t and p are NaN. A dependent column has coefficient, covariances and standard error 0, and NaN for
+ * t and p. Without any row in the fit the rank is 0, coefficients are 0 and means NaN, but a table with an intercept
+ * is an error, since DFR is -1.
  *
- * Method: the rows are folded, one after another, into an upper-triangular factor by modified Givens rotations
+ * A row whose frequency or weight is 0 is left out of the fit, but has a residual; a NaN in it makes that NaN, but is
+ * not counted. A frequency or weight that is NaN counts as missing. Infinite values make results NaN. Where the mass
+ * of a row times a value leaves the range of a double, or a result that of its type, results are infinite or NaN, or 0
+ * at the lower end. Residuals that, in the mean of squares, are below 2^-53 of their response (less the value that
+ * it is taken relative to) are its rounding, and their sum of squares is 0.
+ *
+ * Method: the rows are folded, one after another, into upper-triangular factors by modified Givens rotations
  * (Gentleman 1973, Hammarling 1974; rotations as in Lawson, Hanson, Kincaid and Krogh 1979). With an intercept,
- * data are taken relative to the first row of the fit, which costs nothing and keeps the digits of data far from
- * zero. Both variants compute in double; few rows, and the factor of a series, in long double. Many rows are cut
- * into blocks by their number alone, on as many threads as OpenMP allows: results do not depend on the threads.
- * Memory besides input and result: O((n_independent + n_dependent)^2) a thread.
+ * data are taken relative to a value of each column, the least in magnitude of 64 rows or fewer that are spread over
+ * the first call, which keeps the digits of data far from zero. Both variants compute in double. Calls of few rows
+ * (up to 65536 / columns^2, responses among them) are repeated in long double when columns nearly depend on each other;
+ * in stages, and to delete rows, they use long double at once, as does the factor of a series. Many rows are cut into
+ * blocks by their number alone, on as many threads as OpenMP allows: results do not depend on the threads. Memory
+ * besides input and result: O((n_independent + n_dependent)^2) a thread.
  *
  * Warning: 3, 11047 the rank is less than n_coefficients; coefficients of dependent columns are 0.
  *
@@ -819,12 +828,13 @@ TAVIK_API void tavik_random_MT64_table_set(const uint64_t table[]);
  *   5, 20464  n_rows below 0 in stages                  5, 20690  a table, residuals or leverages in stages
  *   5, 20467, 5, 20468  ifrq, iwt outside the row       5, 11038  TAVIK_COV_COL_DIM without covariances
  *   5, 11117  a frequency or weight both as a column and as an array
- *   5, 11061  DFR, SSR, DFE or SSE of the table is negative (fewer rows, by frequency, than coefficients)
+ *   5, 11061  DFR, SSR, DFE or SSE of the table is negative (no row, or frequencies below 1)
  *   5, 200 coefficients, 5, 202 columns, 5, 203 factors: memory is exhausted
- *   4, 11055 (in stages 11054)  a frequency or weight is negative or infinite
- *   4, 11048  rows are deleted that were never added
+ *   4, 11055 (in stages 11054)  a frequency or weight is negative or infinite, or their product is infinite
+ *   4, 11048  rows are deleted that cannot have been added: a sum of squares, or of frequencies, would become
+ *             negative. Rows that merely differ from those that were added are not found out
  *   4, 20691  stage 2 or 3 without stage 1              4, 11428  a stage has other dimensions than the first
- * A series is closed by any error of one of its calls.
+ * A series is closed by any error of one of its calls, and by an unknown option code in any call.
  *
  *     double *anova, *b = tavik_d_regression(n, p, x, y, TAVIK_ANOVA_TABLE, &anova, 0);
  *     printf("R-squared %.1f %%, p %.3g\n", anova[10], anova[9]);
