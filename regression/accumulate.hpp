@@ -301,9 +301,9 @@ bool find_shift(RowSource<Real> rows, std::int64_t n_rows, Fit &fit, Workspace &
     constexpr std::int64_t most_looked_at = 64;
     if (fit.shift_known || !rows.intercept) return true;
     const std::size_t n = fit.factor.n_columns();
-    auto *values = workspace.array_or_null<double>(padded_columns(n));
-    auto *no_shift = workspace.array_or_null<double>(n);
-    if (values == nullptr || no_shift == nullptr) return false;
+    auto *values = workspace.array_or_null<double>(padded_columns(n) + n);
+    if (values == nullptr) return false;
+    double *no_shift = values + padded_columns(n);
     std::fill_n(no_shift, n, 0.0);
     rows.shift = no_shift;
     rows.exclude_missing = true; // a NaN is no value to start from

@@ -22,12 +22,12 @@ public:
         first_ = fit.shape.intercept ? 1 : 0;
         responses_ = static_cast<std::size_t>(fit.shape.n_dependent);
         const std::size_t columns = n_ + responses_;
-        first_row_ = workspace.array<long double>(columns, "n_independent");
-        squares_ = workspace.array<long double>(columns, "n_independent");
-        coefficients_ = workspace.array<long double>(n_ * responses_, "n_dependent");
-        shifted_intercepts_ = workspace.array<long double>(responses_, "n_dependent");
+        first_row_ = workspace.array<long double>(2 * columns + (n_ + 1) * responses_, "n_independent");
         dependent_ = workspace.array<bool>(n_, "n_independent");
         if (fatal_pending()) return false;
+        squares_ = first_row_ + columns;
+        coefficients_ = squares_ + columns;
+        shifted_intercepts_ = coefficients_ + n_ * responses_;
         unshift_first_row();
         find_rank(static_cast<long double>(tolerance));
         for (std::size_t c = 0; c < responses_; ++c) find_coefficients(c);
