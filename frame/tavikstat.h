@@ -815,9 +815,10 @@ TAVIK_API void tavik_random_MT64_table_set(const uint64_t table[]);
  * data are taken relative to a value of each column, the least in magnitude of 64 rows or fewer that are spread over
  * the first call, which keeps the digits of data far from zero. Both variants compute in double. Calls of few rows
  * (up to 65536 / columns^2, responses among them) are repeated in long double when columns nearly depend on each other;
- * in stages, and to delete rows, they use long double at once, as does the factor of a series. Many rows are cut into
- * blocks by their number alone, on as many threads as OpenMP allows: results do not depend on the threads. Memory
- * besides input and result: O((n_independent + n_dependent)^2) a thread.
+ * very few rows (256 / columns^2), few rows in stages, and rows to be deleted are folded in long double at once, and
+ * the factor of a series is kept in it. Many rows are cut into blocks by their number alone, on as many threads as
+ * OpenMP allows: results do not depend on the threads. Memory besides input and result: O((n_independent +
+ * n_dependent)^2) a thread.
  *
  * Warning: 3, 11047 the rank is less than n_coefficients; coefficients of dependent columns are 0.
  *

@@ -32,8 +32,9 @@ inline std::size_t read_rows(const RowSource<double> &rows, std::int64_t &next, 
     return rotation_kernels().read_d(rows, next, end, most, padded, values, weights, weight_stride, tally);
 }
 
-// Up to this many rows times the square of the columns, rows are few.
-constexpr std::size_t most_work_of_few = 65536;
+// Up to this many rows times the square of the columns, rows are few; up to the second, so few that they are folded in
+// long double at once.
+constexpr std::size_t most_work_of_few = 65536, most_work_of_very_few = 256;
 
 constexpr std::int64_t rows_per_piece(std::size_t n_columns)
 {

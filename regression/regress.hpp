@@ -91,11 +91,12 @@ bool accumulate(const RowSource<Real> &rows, int n_rows, const RegressionOptions
 {
     const std::size_t n = fit.factor.n_columns();
     fit.with_frequencies = fit.with_frequencies || rows.frequencies != nullptr;
-    const bool few = static_cast<std::size_t>(n_rows) <= most_work_of_few / (n * n);
+    const auto count = static_cast<std::size_t>(n_rows);
+    const bool few = count <= most_work_of_few / (n * n), very_few = count <= most_work_of_very_few / (n * n);
     bool possible = true;
     std::int64_t first_bad = no_memory;
     if (find_shift(rows, n_rows, fit, workspace)) {
-        if (options.deletes || (few && options.ido != 0)) {
+        if (options.deletes || very_few || (few && options.ido != 0)) {
             first_bad = fold_directly(rows, n_rows, options.deletes, fit, workspace, possible);
         } else {
             first_bad = add_rows(rows, n_rows, fit, workspace);
