@@ -203,23 +203,23 @@ inline void rotate_group(const Panel<T> &panel, std::size_t k, unsigned char *ex
 
 // Applies a group's rotations to `vectors` vectors of columns behind the panel. The rows stay in registers from the first
 // pivot to the last, a pivot's row while all rows meet it.
-template <int vectors, bool with_exchanges, std::size_t factors>
+template <std::size_t vectors, bool with_exchanges, std::size_t factors>
 inline void rotate_strip(double *values, std::size_t row_stride, double *pivot_rows, std::size_t pivot_stride,
                          std::size_t pivots, const double *h, std::size_t h_stride,
                          const unsigned char *exchanges, std::size_t exchange_stride, unsigned lane_bit)
 {
     V y[rows_in_strip][vectors];
     for (std::size_t k = 0; k < rows_in_strip; ++k) {
-        for (int v = 0; v < vectors; ++v) y[k][v] = load(values + k * row_stride + side_by_side * v);
+        for (std::size_t v = 0; v < vectors; ++v) y[k][v] = load(values + k * row_stride + side_by_side * v);
     }
     for (std::size_t i = 0; i < pivots; ++i) {
         V r[vectors];
-        for (int v = 0; v < vectors; ++v) r[v] = load(pivot_rows + side_by_side * v);
+        for (std::size_t v = 0; v < vectors; ++v) r[v] = load(pivot_rows + side_by_side * v);
         for (std::size_t k = 0; k < rows_in_strip; ++k) {
             const double *rotation = h + k * h_stride + 2 * i * factors;
             const V h12 = broadcast(rotation[0]), h21 = broadcast(rotation[factors]);
             const bool exchange = with_exchanges && (exchanges[k * exchange_stride + i] & lane_bit) != 0;
-            for (int v = 0; v < vectors; ++v) {
+            for (std::size_t v = 0; v < vectors; ++v) {
                 if (exchange) {
                     const V old = r[v];
                     r[v] = y[k][v];
@@ -230,11 +230,11 @@ inline void rotate_strip(double *values, std::size_t row_stride, double *pivot_r
                 r[v] = rotated;
             }
         }
-        for (int v = 0; v < vectors; ++v) store(pivot_rows + side_by_side * v, r[v]);
+        for (std::size_t v = 0; v < vectors; ++v) store(pivot_rows + side_by_side * v, r[v]);
         pivot_rows += pivot_stride;
     }
     for (std::size_t k = 0; k < rows_in_strip; ++k) {
-        for (int v = 0; v < vectors; ++v) store(values + k * row_stride + side_by_side * v, y[k][v]);
+        for (std::size_t v = 0; v < vectors; ++v) store(values + k * row_stride + side_by_side * v, y[k][v]);
     }
 }
 
