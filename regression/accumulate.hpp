@@ -63,14 +63,14 @@ inline FactorSet make_factors(std::size_t n, std::size_t count, Workspace &works
             memory + 2 * n * count,
             memory + 3 * n * count,
             within,
-            within + n * panel_of(n, count) * count};
+            within + n * panel_stride * count};
 }
 
 // Makes a tile, all of it 0; its memory is null when there is none.
 inline Tile make_tile(std::size_t n, std::size_t count, Workspace &workspace)
 {
     const std::size_t values = tile_values_size(n, count), weights = count * rows_per_tile;
-    const std::size_t size = values + weights + tile_scratch_size(n, count);
+    const std::size_t size = values + weights + tile_scratch_size(count);
     auto *memory = workspace.array_or_null<double>(size);
     if (memory != nullptr) std::fill_n(memory, size, 0.0);
     return {memory, memory + values, memory + values + weights};

@@ -115,7 +115,7 @@ bool Factor::loses_digits() const
 {
     constexpr long double little = 1e-4L; // two digits of a column, four of its square
     for (std::size_t j = 0; j < n_; ++j) {
-        if (!(own_square(j) >= little * crossproduct(0, j + 1, j, j))) return true; // NaN, too
+        if (!(own_square(j) > little * crossproduct(0, j + 1, j, j))) return true; // NaN, too
     }
     return false;
 }

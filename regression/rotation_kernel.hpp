@@ -83,31 +83,31 @@ template <class T> struct Panel {
     static constexpr std::size_t factors = factors_in<T>;
 
     Panel(const FactorSet &f, const Tile &tile, std::size_t first_column)
-        : first(first_column), pivots(f.n - first < f.panel ? f.n - first : f.panel), width(f.panel),
-          padded_width(padded_columns(f.panel)), p(f.p + first * factors),
-          diagonal(f.diagonal + first * factors), reciprocal_p(f.reciprocal_p + first * factors),
+        : first(first_column), pivots(f.n - first < f.panel ? f.n - first : f.panel),
+          p(f.p + first * factors), diagonal(f.diagonal + first * factors),
+          reciprocal_p(f.reciprocal_p + first * factors),
           reciprocal_diagonal(f.reciprocal_diagonal + first * factors),
-          within(f.within + first * width * factors), weights(tile.weights), rows(tile.scratch),
-          h(rows + rows_per_tile * padded_width * factors),
-          exchanges(reinterpret_cast<unsigned char *>(h + 2 * rows_per_tile * width * factors))
+          within(f.within + first * panel_stride * factors), weights(tile.weights), rows(tile.scratch),
+          h(rows + rows_per_tile * panel_stride * factors),
+          exchanges(reinterpret_cast<unsigned char *>(h + 2 * rows_per_tile * panel_stride * factors))
     {
     }
 
-    std::size_t first, pivots, width, padded_width;
+    std::size_t first, pivots;
     double *p, *diagonal, *reciprocal_p, *reciprocal_diagonal, *within; // of the panel's first row on
     double *weights;
-    double *rows;             // rows_per_tile x padded_width x factors
+    double *rows;             // rows_per_tile x panel_stride x factors
     double *h;                // row after row, pivot after pivot: h12, h21, of all factors each
     unsigned char *exchanges; // row after row, pivot after pivot: lanes whose rows change places, as bits
 
     double *row(std::size_t k) const
     {
-        return rows + k * padded_width * factors;
+        return rows + k * panel_stride * factors;
     }
 
     double *rotation(std::size_t k, std::size_t i) const
     {
-        return h + 2 * (k * width + i) * factors;
+        return h + 2 * (k * panel_stride + i) * factors;
     }
 };
 
@@ -118,12 +118,13 @@ template <class T> inline T reciprocal_or_zero(T x)
     return x == zero ? zero : 1 / x;
 }
 
-// Exchanges row k and row i of the factor in the lanes of the mask, and the numbers that belong to them.
+// Exchanges row k and row i of the factor up to column `end` in the lanes of the mask, and the numbers that belong to
+// them.
 template <class T, class Mask>
-inline void exchange_rows(const Panel<T> &panel, std::size_t k, std::size_t i, Mask lanes)
+inline void exchange_rows(const Panel<T> &panel, std::size_t k, std::size_t i, std::size_t end, Mask lanes)
 {
     constexpr std::size_t factors = Panel<T>::factors;
-    double *row = panel.row(k), *pivot_row = panel.within + i * panel.width * factors;
+    double *row = panel.row(k), *pivot_row = panel.within + i * panel_stride * factors;
     T p = load_as<T>(panel.p + i * factors), x = load_as<T>(panel.diagonal + i * factors);
     T w = load_as<T>(panel.weights + k * factors), y = load_as<T>(row + i * factors);
     const T zero = {};
@@ -137,7 +138,7 @@ inline void exchange_rows(const Panel<T> &panel, std::size_t k, std::size_t i, M
     store(panel.diagonal + i * factors, x);
     store(panel.reciprocal_diagonal + i * factors, reciprocal_or_zero(x));
     store(row + i * factors, y);
-    for (std::size_t j = i + 1; j < panel.pivots; ++j) {
+    for (std::size_t j = i + 1; j < end; ++j) {
         T r = load_as<T>(pivot_row + j * factors), v = load_as<T>(row + j * factors);
         exchange_where(lanes, r, v);
         store(pivot_row + j * factors, r);
@@ -145,38 +146,42 @@ inline void exchange_rows(const Panel<T> &panel, std::size_t k, std::size_t i, M
     }
 }
 
-// Sets up the rotation of row k with pivot i of the panel and applies it within the panel. Returns the lanes in which
+// A square below this counts as 0. What equal columns leave of each other shrinks from column to column by the rounding,
+// and must end before its reciprocal overflows.
+constexpr double least_square = 1e-280;
+
+// Sets up the rotation of row k with pivot i of the panel and applies it up to column `end`. Returns the lanes in which
 // the two rows change places before. There is one division, and the multipliers do not wait for it.
-template <class T, std::size_t fixed_pivots>
-inline unsigned rotate(const Panel<T> &panel, std::size_t k, std::size_t i)
+template <class T>
+inline unsigned rotate(const Panel<T> &panel, std::size_t k, std::size_t i, std::size_t end)
 {
     constexpr std::size_t factors = Panel<T>::factors;
-    const std::size_t pivots = fixed_pivots != 0 ? fixed_pivots : panel.pivots;
-    double *row = panel.row(k), *pivot_row = panel.within + i * panel.width * factors;
+    double *row = panel.row(k), *pivot_row = panel.within + i * panel_stride * factors;
     T x = load_as<T>(panel.diagonal + i * factors);
     T w = load_as<T>(panel.weights + k * factors), y = load_as<T>(row + i * factors), p2 = w * y;
-    const T zero = {};
-    const auto outweighs = (p2 * y >= load_as<T>(panel.p + i * factors) * x) & (p2 != zero);
+    const T zero = {}, square = p2 * y;
+    const auto idle = square < least_square; // NaN is not
+    const auto outweighs = (square >= load_as<T>(panel.p + i * factors) * x) & ~idle;
     unsigned exchanged = 0;
     if (__builtin_expect(any(outweighs), 0)) {
         exchanged = true_lanes(outweighs);
-        exchange_rows(panel, k, i, outweighs);
+        exchange_rows(panel, k, i, end, outweighs);
         x = load_as<T>(panel.diagonal + i * factors);
         w = load_as<T>(panel.weights + k * factors);
         y = load_as<T>(row + i * factors);
         p2 = w * y;
     }
-    const T h12 = p2 * load_as<T>(panel.reciprocal_p + i * factors);
     // A row without weight in this column is left as it is: nothing is to be rotated, and if it has none at all, it
     // could grow on and on.
-    const T h21 = p2 == zero ? zero : -y * load_as<T>(panel.reciprocal_diagonal + i * factors);
-    const T rotated_x = x + h12 * y, reciprocal = reciprocal_or_zero(rotated_x);
+    const T h12 = idle ? zero : p2 * load_as<T>(panel.reciprocal_p + i * factors);
+    const T h21 = idle ? zero : -y * load_as<T>(panel.reciprocal_diagonal + i * factors);
+    const T rotated_x = x + h12 * y, reciprocal = 1 / rotated_x; // of an empty row infinite, and not used
     store(panel.diagonal + i * factors, rotated_x);
     store(panel.reciprocal_diagonal + i * factors, reciprocal);
-    store(panel.weights + k * factors, p2 == zero ? w : w * (x * reciprocal));
+    store(panel.weights + k * factors, idle ? w : w * (x * reciprocal));
     store(panel.rotation(k, i), h12);
     store(panel.rotation(k, i) + factors, h21);
-    for (std::size_t j = i + 1; j < pivots; ++j) {
+    for (std::size_t j = i + 1; j < end; ++j) {
         const T r = load_as<T>(pivot_row + j * factors), v = load_as<T>(row + j * factors);
         store(pivot_row + j * factors, T(r + h12 * v));
         store(row + j * factors, T(v + h21 * r));
@@ -184,21 +189,102 @@ inline unsigned rotate(const Panel<T> &panel, std::size_t k, std::size_t i)
     return exchanged;
 }
 
-// All rotations of rows k to k + 3 with the panel, as a wavefront: while a row meets a pivot, the next row meets the
-// pivot before, and neither waits for the other's divisions. Returns true when rows changed places.
-template <class T, std::size_t fixed_pivots>
-inline void rotate_group(const Panel<T> &panel, std::size_t k, unsigned char *exchanged)
+// Rotations of rows k to k + 3 with `count` pivots of the panel from `first` on, as a wavefront: while a row meets a
+// pivot, the next row meets the pivot before, and neither waits for the other's division. Returns the lanes in which
+// rows changed places.
+template <class T, std::size_t fixed_count>
+inline unsigned rotate_block(const Panel<T> &panel, std::size_t k, std::size_t first,
+                             std::size_t dynamic_count)
 {
-    const std::size_t pivots = fixed_pivots != 0 ? fixed_pivots : panel.pivots;
-    for (std::size_t step = 0; step < pivots + rows_in_flight - 1; ++step) {
+    const std::size_t count = fixed_count != 0 ? fixed_count : dynamic_count;
+    unsigned exchanged = 0;
+#pragma GCC unroll 16
+    for (std::size_t step = 0; step < count + rows_in_flight - 1; ++step) {
+#pragma GCC unroll 8
         for (std::size_t r = 0; r < rows_in_flight; ++r) {
             const std::size_t i = step - r;
-            if (i >= pivots) continue; // before its first pivot, i wraps
-            const auto lanes = static_cast<unsigned char>(rotate<T, fixed_pivots>(panel, k + r, i));
-            panel.exchanges[(k + r) * panel.width + i] = lanes;
-            exchanged[(k + r) / rows_in_strip] |= lanes;
+            if (i >= count) continue; // before its first pivot, i wraps
+            const unsigned lanes = rotate(panel, k + r, first + i, first + count);
+            panel.exchanges[(k + r) * panel_stride + first + i] = static_cast<unsigned char>(lanes);
+            exchanged |= lanes;
         }
     }
+    return exchanged;
+}
+
+inline VMask lanes_of(unsigned bits, VMask)
+{
+    const VMask lane = {1, 2, 4, 8}, all = {static_cast<int>(bits), static_cast<int>(bits),
+                                            static_cast<int>(bits), static_cast<int>(bits)};
+    return (all & lane) == lane;
+}
+
+inline SMask lanes_of(unsigned bits, SMask)
+{
+    return SMask{bits != 0 ? -1 : 0, 0};
+}
+
+// Applies the rotations of a block to `columns` columns of the panel from j on: the rows stay in registers from the
+// first pivot to the last, a pivot's row while all rows meet it.
+template <class T, std::size_t columns, bool with_exchanges>
+inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t first, std::size_t end,
+                           std::size_t j)
+{
+    constexpr std::size_t factors = Panel<T>::factors;
+    T y[rows_at_once][columns];
+    for (std::size_t r = 0; r < rows_at_once; ++r) {
+        for (std::size_t c = 0; c < columns; ++c) y[r][c] = load_as<T>(panel.row(k + r) + (j + c) * factors);
+    }
+    for (std::size_t i = first; i < end; ++i) {
+        double *pivot_row = panel.within + (i * panel_stride + j) * factors;
+        T pivot[columns];
+        for (std::size_t c = 0; c < columns; ++c) pivot[c] = load_as<T>(pivot_row + c * factors);
+        for (std::size_t r = 0; r < rows_at_once; ++r) {
+            const double *h = panel.rotation(k + r, i);
+            const T h12 = load_as<T>(h), h21 = load_as<T>(h + factors);
+            for (std::size_t c = 0; c < columns; ++c) {
+                if constexpr (with_exchanges)
+                    exchange_where(lanes_of(panel.exchanges[(k + r) * panel_stride + i], T{} < T{}), pivot[c],
+                                   y[r][c]);
+                const T rotated = pivot[c] + h12 * y[r][c];
+                y[r][c] = y[r][c] + h21 * pivot[c];
+                pivot[c] = rotated;
+            }
+        }
+        for (std::size_t c = 0; c < columns; ++c) store(pivot_row + c * factors, pivot[c]);
+    }
+    for (std::size_t r = 0; r < rows_at_once; ++r) {
+        for (std::size_t c = 0; c < columns; ++c) store(panel.row(k + r) + (j + c) * factors, y[r][c]);
+    }
+}
+
+template <class T, bool with_exchanges>
+inline void rotate_rest_of_panel(const Panel<T> &panel, std::size_t k, std::size_t first, std::size_t end)
+{
+    for (std::size_t half = k; half < k + rows_in_flight; half += rows_at_once) {
+        std::size_t j = end;
+        for (; j + 2 <= panel.pivots; j += 2)
+            rotate_columns<T, 2, with_exchanges>(panel, half, first, end, j);
+        if (j < panel.pivots) rotate_columns<T, 1, with_exchanges>(panel, half, first, end, j);
+    }
+}
+
+// All rotations of rows k to k + 3 with the panel, a block of pivots after the other. Returns the lanes in which rows
+// changed places.
+template <class T> inline unsigned rotate_group(const Panel<T> &panel, std::size_t k)
+{
+    constexpr std::size_t block = narrow_panel_width;
+    unsigned exchanged = 0;
+    for (std::size_t first = 0; first < panel.pivots; first += block) {
+        const bool whole = first + block <= panel.pivots;
+        const std::size_t end = whole ? first + block : panel.pivots;
+        const unsigned lanes = whole ? rotate_block<T, block>(panel, k, first, block)
+                                     : rotate_block<T, 0>(panel, k, first, end - first);
+        if (lanes != 0) rotate_rest_of_panel<T, true>(panel, k, first, end);
+        else rotate_rest_of_panel<T, false>(panel, k, first, end);
+        exchanged |= lanes;
+    }
+    return exchanged;
 }
 
 // Applies a group's rotations to `vectors` vectors of columns behind the panel. The rows stay in registers from the first
@@ -208,14 +294,14 @@ inline void rotate_strip(double *values, std::size_t row_stride, double *pivot_r
                          std::size_t pivots, const double *h, std::size_t h_stride,
                          const unsigned char *exchanges, std::size_t exchange_stride, unsigned lane_bit)
 {
-    V y[rows_in_strip][vectors];
-    for (std::size_t k = 0; k < rows_in_strip; ++k) {
+    V y[rows_at_once][vectors];
+    for (std::size_t k = 0; k < rows_at_once; ++k) {
         for (std::size_t v = 0; v < vectors; ++v) y[k][v] = load(values + k * row_stride + side_by_side * v);
     }
     for (std::size_t i = 0; i < pivots; ++i) {
         V r[vectors];
         for (std::size_t v = 0; v < vectors; ++v) r[v] = load(pivot_rows + side_by_side * v);
-        for (std::size_t k = 0; k < rows_in_strip; ++k) {
+        for (std::size_t k = 0; k < rows_at_once; ++k) {
             const double *rotation = h + k * h_stride + 2 * i * factors;
             const V h12 = broadcast(rotation[0]), h21 = broadcast(rotation[factors]);
             const bool exchange = with_exchanges && (exchanges[k * exchange_stride + i] & lane_bit) != 0;
@@ -233,7 +319,7 @@ inline void rotate_strip(double *values, std::size_t row_stride, double *pivot_r
         for (std::size_t v = 0; v < vectors; ++v) store(pivot_rows + side_by_side * v, r[v]);
         pivot_rows += pivot_stride;
     }
-    for (std::size_t k = 0; k < rows_in_strip; ++k) {
+    for (std::size_t k = 0; k < rows_at_once; ++k) {
         for (std::size_t v = 0; v < vectors; ++v) store(values + k * row_stride + side_by_side * v, y[k][v]);
     }
 }
@@ -242,20 +328,20 @@ inline void rotate_strip(double *values, std::size_t row_stride, double *pivot_r
 // that a strip of the pivots' rows stays in the first-level cache while all rows pass.
 template <class T>
 inline void rotate_behind(const Panel<T> &panel, const FactorSet &f, const Tile &tile, std::size_t factor,
-                          std::size_t n_rows, const unsigned char *exchanged)
+                          std::size_t n_rows, const unsigned *exchanged)
 {
     constexpr std::size_t factors = Panel<T>::factors;
     double *values = tile.values + factor * rows_per_tile * f.padded;
     double *pivot_rows = f.row_behind(factor, panel.first);
-    for (std::size_t column = panel.first + panel.width; column < f.padded; column += 2 * side_by_side) {
+    for (std::size_t column = panel.first + panel.pivots; column < f.padded; column += 2 * side_by_side) {
         const bool wide = column + side_by_side < f.padded;
-        for (std::size_t k = 0; k < n_rows; k += rows_in_strip) {
+        for (std::size_t k = 0; k < n_rows; k += rows_at_once) {
             const auto apply = [&](auto rotate_columns) {
                 rotate_columns(values + k * f.padded + column, f.padded, pivot_rows + column, f.padded,
-                               panel.pivots, panel.rotation(k, 0) + factor, 2 * panel.width * factors,
-                               panel.exchanges + k * panel.width, panel.width, 1u << factor);
+                               panel.pivots, panel.rotation(k, 0) + factor, 2 * panel_stride * factors,
+                               panel.exchanges + k * panel_stride, panel_stride, 1u << factor);
             };
-            if ((exchanged[k / rows_in_strip] & 1u << factor) != 0) {
+            if ((exchanged[k / rows_in_flight] & 1u << factor) != 0) {
                 if (wide) apply(rotate_strip<2, true, factors>);
                 else apply(rotate_strip<1, true, factors>);
             } else {
@@ -320,14 +406,9 @@ inline void fold(const FactorSet &f, const Tile &tile, std::size_t n_rows, std::
     for (std::size_t first = first_column / f.panel * f.panel; first < f.n; first += f.panel) {
         const Panel<T> panel(f, tile, first);
         take_panel(panel, f, tile, n_rows);
-        unsigned char exchanged[rows_per_tile / rows_in_strip] =
-            {}; // lanes in which some rows changed places
-        for (std::size_t k = 0; k < n_rows; k += rows_in_flight) {
-            if (panel.pivots == panel_width) rotate_group<T, panel_width>(panel, k, exchanged);
-            else if (panel.pivots == narrow_panel_width)
-                rotate_group<T, narrow_panel_width>(panel, k, exchanged);
-            else rotate_group<T, 0>(panel, k, exchanged);
-        }
+        unsigned exchanged[rows_per_tile / rows_in_flight]; // lanes in which some rows changed places
+        for (std::size_t k = 0; k < n_rows; k += rows_in_flight)
+            exchanged[k / rows_in_flight] = rotate_group(panel, k);
         if (first + f.panel >= f.n) break;
         for (std::size_t factor = 0; factor < Panel<T>::factors; ++factor)
             rotate_behind(panel, f, tile, factor, n_rows, exchanged);
@@ -380,6 +461,10 @@ template <class Real> inline bool take_row(const RowSource<Real> &rows, std::int
     const Real *x = rows.x + static_cast<std::size_t>(i) * rows.x_stride;
     const double *shift = rows.shift;
     bool complete = true;
+    // The four parts of a piece are read in turns: the next turn's row is fetched in time.
+    constexpr std::size_t line = 64 / sizeof(Real);
+    for (std::size_t j = 0; j < rows.n_independent; j += line)
+        __builtin_prefetch(x + rows_per_tile * rows.x_stride + j);
     if (rows.intercept) {
         *to++ = 1;
         ++shift;
@@ -422,6 +507,18 @@ std::size_t read_rows(const RowSource<Real> &rows, std::int64_t &next, std::int6
                       RowTally &tally)
 {
     std::size_t used = 0;
+    const bool with_masses = rows.frequencies != nullptr || rows.weights != nullptr;
+    if (!with_masses && rows.exclude_missing && tally.sums == nullptr) { // the plain case
+        for (; used < most && next < end; ++next) {
+            const bool complete = take_row(rows, next, values + used * padded);
+            weights[used * weight_stride] = 1;
+            used += complete;
+            tally.missing += !complete;
+        }
+        tally.frequencies += static_cast<double>(used);
+        tally.used += static_cast<std::int64_t>(used);
+        return used;
+    }
     for (; used < most && next < end; ++next) {
         const auto i = static_cast<std::size_t>(next);
         const double f = rows.frequencies != nullptr ? rows.frequencies[i * rows.frequency_stride] : 1;

@@ -13,13 +13,15 @@ namespace tavik::regression {
 
 constexpr std::size_t side_by_side = 4;   // factors in a set, and columns in a vector
 constexpr std::size_t rows_per_tile = 32; // of each factor
-constexpr std::size_t rows_in_flight = 4; // rows whose rotations are set up in a wavefront
-constexpr std::size_t rows_in_strip = 4;  // rows that are rotated together behind a panel
+constexpr std::size_t rows_in_flight = 8; // rows whose rotations are set up in a wavefront
+constexpr std::size_t rows_at_once = 4;   // rows to which they are applied together
 
 // Up to this many columns four factors are one panel, and all columns are rotated where rotations are set up. Wider
 // ones have narrow panels; columns behind a panel are rotated afterwards, many at once. A factor alone has no lanes
 // to fill where rotations are set up, so it is narrower still.
 constexpr std::size_t widest_single_panel = 16, panel_width = 8, narrow_panel_width = 4;
+constexpr std::size_t panel_stride =
+    widest_single_panel; // in memory, whatever the width: kernels need a constant
 
 constexpr std::size_t padded_columns(std::size_t n)
 {
@@ -32,7 +34,8 @@ struct FactorSet {
     std::size_t n, padded, panel;               // columns, those with padding, pivots in a panel
     double *p, *diagonal;                       // n each: p_i and r_ii
     double *reciprocal_p, *reciprocal_diagonal; // of 0 it is 0
-    double *within; // n x panel: r_ij for j behind i in the panel of i, at j less the panel's first column
+    double *
+        within; // n x panel_stride: r_ij for j behind i in the panel of i, at j less the panel's first column
     double *behind; // factor after factor, n x padded: r_ij for j behind the panel of i
 
     double *row_behind(std::size_t factor, std::size_t i) const
@@ -46,7 +49,7 @@ struct FactorSet {
         const std::size_t first = i / panel * panel;
         row[i] = diagonal[i * count + factor];
         for (std::size_t j = i + 1; j < n; ++j)
-            row[j] = j < first + panel ? within[(i * panel + j - first) * count + factor]
+            row[j] = j < first + panel ? within[(i * panel_stride + j - first) * count + factor]
                                        : row_behind(factor, i)[j];
     }
 };
@@ -59,8 +62,8 @@ constexpr std::size_t panel_of(std::size_t n, std::size_t count)
 
 constexpr std::size_t factors_size(std::size_t n, std::size_t count)
 {
-    const std::size_t panel = panel_of(n, count), with_padding = n > panel ? n * padded_columns(n) : 0;
-    return count * (n * (4 + panel) + with_padding);
+    const std::size_t with_padding = n > panel_of(n, count) ? n * padded_columns(n) : 0;
+    return count * (n * (4 + panel_stride) + with_padding);
 }
 
 // Rows on their way into factors: for each factor rows_per_tile rows of `padded` values and their weights. The rows
@@ -76,11 +79,10 @@ constexpr std::size_t tile_values_size(std::size_t n, std::size_t count)
     return count * rows_per_tile * padded_columns(n);
 }
 
-// The rows' panel, and h12, h21 and the exchanges of its rotations.
-constexpr std::size_t tile_scratch_size(std::size_t n, std::size_t count)
+// The rows' panel, h12 and h21 of its rotations, and a byte each for exchanges.
+constexpr std::size_t tile_scratch_size(std::size_t count)
 {
-    const std::size_t panel = panel_of(n, count);
-    return count * rows_per_tile * (padded_columns(panel) + 2 * panel) + rows_per_tile * panel;
+    return rows_per_tile * panel_stride * (3 * count + 1);
 }
 
 // Rows of the caller's, and what is to be made of them. Columns of a row in the factor: 1 if there is an intercept,
