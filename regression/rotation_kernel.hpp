@@ -189,14 +189,12 @@ inline unsigned rotate(const Panel<T> &panel, std::size_t k, std::size_t i, std:
     return exchanged;
 }
 
-// Rotations of rows k to k + 3 with `count` pivots of the panel from `first` on, as a wavefront: while a row meets a
-// pivot, the next row meets the pivot before, and neither waits for the other's division. Returns the lanes in which
-// rows changed places.
-template <class T, std::size_t fixed_count>
-inline unsigned rotate_block(const Panel<T> &panel, std::size_t k, std::size_t first,
-                             std::size_t dynamic_count)
+// Rotations of a group of rows from row k on with `count` pivots of the panel from `first` on, as a wavefront: while a row
+// meets a pivot, the next row meets the pivot before, and neither waits for the other's division. Returns the lanes in
+// which rows changed places.
+template <class T, std::size_t count>
+inline unsigned rotate_block(const Panel<T> &panel, std::size_t k, std::size_t first)
 {
-    const std::size_t count = fixed_count != 0 ? fixed_count : dynamic_count;
     unsigned exchanged = 0;
 #pragma GCC unroll 16
     for (std::size_t step = 0; step < count + rows_in_flight - 1; ++step) {
@@ -269,17 +267,21 @@ inline void rotate_rest_of_panel(const Panel<T> &panel, std::size_t k, std::size
     }
 }
 
-// All rotations of rows k to k + 3 with the panel, a block of pivots after the other. Returns the lanes in which rows
+// All rotations of a group of rows with the panel, a block of pivots after the other. Returns the lanes in which rows
 // changed places.
 template <class T> inline unsigned rotate_group(const Panel<T> &panel, std::size_t k)
 {
-    constexpr std::size_t block = narrow_panel_width;
+    static_assert(narrow_panel_width == 4);
     unsigned exchanged = 0;
-    for (std::size_t first = 0; first < panel.pivots; first += block) {
-        const bool whole = first + block <= panel.pivots;
-        const std::size_t end = whole ? first + block : panel.pivots;
-        const unsigned lanes = whole ? rotate_block<T, block>(panel, k, first, block)
-                                     : rotate_block<T, 0>(panel, k, first, end - first);
+    for (std::size_t first = 0; first < panel.pivots; first += narrow_panel_width) {
+        unsigned lanes = 0;
+        switch (panel.pivots - first) {
+        case 1: lanes = rotate_block<T, 1>(panel, k, first); break;
+        case 2: lanes = rotate_block<T, 2>(panel, k, first); break;
+        case 3: lanes = rotate_block<T, 3>(panel, k, first); break;
+        default: lanes = rotate_block<T, 4>(panel, k, first);
+        }
+        const std::size_t end = first + narrow_panel_width;
         if (lanes != 0) rotate_rest_of_panel<T, true>(panel, k, first, end);
         else rotate_rest_of_panel<T, false>(panel, k, first, end);
         exchanged |= lanes;
