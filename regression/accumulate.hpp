@@ -38,7 +38,7 @@ constexpr std::size_t most_work_of_few = 65536, most_work_of_very_few = 256;
 
 constexpr std::int64_t rows_per_piece(std::size_t n_columns)
 {
-    return n_columns <= widest_single_panel ? 4096 : n_columns <= 64 ? 8192 : 16384;
+    return n_columns <= 64 ? 8192 : 16384;
 }
 
 // Even, so that two threads have the same share.
