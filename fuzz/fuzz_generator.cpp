@@ -1,5 +1,7 @@
 // Programs of generator calls as a stream of bytes: hostile tables, seeds and selections in any order, with draws of
 // all kinds between them. After every program, draws are finite, and a stream must not depend on how it is cut.
+#include "bytes.hpp"
+
 #include "frame/tavikstat.h"
 
 #include <cmath>
@@ -8,42 +10,6 @@
 #include <cstring>
 
 namespace {
-
-class Bytes {
-public:
-    Bytes(const uint8_t *data, size_t size) : data_(data), size_(size)
-    {
-    }
-
-    bool any() const
-    {
-        return size_ > 0;
-    }
-
-    uint8_t byte()
-    {
-        return size_ == 0 ? 0 : (--size_, *data_++);
-    }
-
-    // Elements from the bytes; when these run out, the last one is repeated.
-    template <class T, size_t n> const T *table(T (&values)[n])
-    {
-        T value{};
-        for (T &element : values) {
-            if (size_ >= sizeof(T)) {
-                std::memcpy(&value, data_, sizeof value);
-                data_ += sizeof(T);
-                size_ -= sizeof(T);
-            }
-            element = value;
-        }
-        return values;
-    }
-
-private:
-    const uint8_t *data_;
-    size_t size_;
-};
 
 constexpr int most = 3000;
 float f[most];

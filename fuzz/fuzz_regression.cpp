@@ -1,6 +1,8 @@
 // Programs of regression calls as a stream of bytes: any shape, options in any order and number, stages, deletions, data
 // from a palette of values that may be hostile. No call may crash or write where it should not, and every call must
 // keep a few promises.
+#include "bytes.hpp"
+
 #include "frame/tavikstat.h"
 
 #include <algorithm>
@@ -14,33 +16,6 @@
 #include <vector>
 
 namespace {
-
-class Bytes {
-public:
-    Bytes(const uint8_t *data, size_t size) : data_(data), size_(size)
-    {
-    }
-
-    bool any() const
-    {
-        return size_ > 0;
-    }
-
-    int byte()
-    {
-        return size_ == 0 ? 0 : (--size_, *data_++);
-    }
-
-    // True once in n bytes.
-    bool once_in(int n)
-    {
-        return byte() % n == 1;
-    }
-
-private:
-    const uint8_t *data_;
-    size_t size_;
-};
 
 void expect(bool condition, int line = __builtin_LINE())
 {

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -71,8 +72,8 @@ Values dgels(const nist::LinearSet &set)
 
 Values lm(const nist::LinearSet &set)
 {
-    char name[] = "/tmp/tavikstat_accuracy_XXXXXX";
-    const int descriptor = mkstemp(name);
+    std::string name = std::filesystem::temp_directory_path() / "tavikstat_accuracy_XXXXXX";
+    const int descriptor = mkstemp(name.data());
     if (descriptor < 0) return {};
     FILE *data = fdopen(descriptor, "w");
     const auto x = set.x(), y = set.y();
@@ -94,7 +95,7 @@ Values lm(const nist::LinearSet &set)
     while (pipe != nullptr && std::fscanf(pipe, "%63s", text) == 1)
         values.push_back(std::strtod(text, nullptr));
     if (pipe != nullptr) pclose(pipe);
-    unlink(name);
+    unlink(name.c_str());
     return values;
 }
 
