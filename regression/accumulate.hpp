@@ -97,7 +97,8 @@ public:
     void fold(std::int64_t first, std::int64_t end)
     {
         std::fill_n(factors_.p, factors_size(factors_.n, side_by_side), 0.0);
-        tally_ = {0, 0, -1, 0, 0, sums_};
+        tally_ = {};
+        tally_.sums = sums_;
         if (sums_ != nullptr) std::fill_n(sums_, factors_.n, 0.0);
         std::int64_t next[side_by_side], part_end[side_by_side];
         for (std::size_t part = 0; part < side_by_side; ++part) {
@@ -214,7 +215,7 @@ std::int64_t add_few(const RowSource<Real> &rows, std::int64_t n_rows, Fit &fit,
     const std::size_t n = fit.factor.n_columns();
     const FactorSet factor = make_factors(n, 1, workspace);
     const Tile tile = make_tile(n, 1, workspace);
-    RowTally tally{0, 0, -1, 0, 0, nullptr};
+    RowTally tally;
     if (!rows.intercept) tally.sums = workspace.array_or_null<double>(n);
     if (factor.p == nullptr || tile.values == nullptr || (!rows.intercept && tally.sums == nullptr))
         return no_memory;
@@ -271,7 +272,8 @@ std::int64_t fold_directly(RowSource<Real> rows, std::int64_t n_rows, bool delet
     std::fill_n(no_shift, n, 0.0);
     rows.shift = no_shift; // in long double, the difference from the shift has all digits
     for (std::int64_t next = 0; next < n_rows && possible;) {
-        RowTally tally{0, 0, -1, 0, 0, sums};
+        RowTally tally;
+        tally.sums = sums;
         double weight = 0;
         if (sums != nullptr) std::fill_n(sums, n, 0.0);
         const bool used = read_rows(rows, next, n_rows, 1, padded, values, &weight, 1, tally) > 0;
@@ -312,7 +314,7 @@ bool find_shift(RowSource<Real> rows, std::int64_t n_rows, Fit &fit, Workspace &
     const std::int64_t step = (n_rows + most_looked_at - 1) / most_looked_at;
     std::int64_t next = 0;
     for (std::int64_t row = 0; row < n_rows; row = std::max(row + step, next)) {
-        RowTally tally{0, 0, -1, 0, 0, nullptr};
+        RowTally tally;
         double weight = 0;
         next = row;
         if (read_rows(rows, next, n_rows, 1, padded_columns(n), values, &weight, 1, tally) == 0) break;

@@ -293,8 +293,8 @@ template <class T> inline unsigned rotate_group(const Panel<T> &panel, std::size
 // pivot to the last, a pivot's row while all rows meet it.
 template <std::size_t vectors, bool with_exchanges, std::size_t factors>
 inline void rotate_strip(double *values, std::size_t row_stride, double *pivot_rows, std::size_t pivot_stride,
-                         std::size_t pivots, const double *h, std::size_t h_stride,
-                         const unsigned char *exchanges, std::size_t exchange_stride, unsigned lane_bit)
+                         std::size_t pivots, const double *h, const unsigned char *exchanges,
+                         unsigned lane_bit)
 {
     V y[rows_at_once][vectors];
     for (std::size_t k = 0; k < rows_at_once; ++k) {
@@ -304,9 +304,9 @@ inline void rotate_strip(double *values, std::size_t row_stride, double *pivot_r
         V r[vectors];
         for (std::size_t v = 0; v < vectors; ++v) r[v] = load(pivot_rows + side_by_side * v);
         for (std::size_t k = 0; k < rows_at_once; ++k) {
-            const double *rotation = h + k * h_stride + 2 * i * factors;
+            const double *rotation = h + 2 * (k * panel_stride + i) * factors;
             const V h12 = broadcast(rotation[0]), h21 = broadcast(rotation[factors]);
-            const bool exchange = with_exchanges && (exchanges[k * exchange_stride + i] & lane_bit) != 0;
+            const bool exchange = with_exchanges && (exchanges[k * panel_stride + i] & lane_bit) != 0;
             for (std::size_t v = 0; v < vectors; ++v) {
                 if (exchange) {
                     const V old = r[v];
@@ -340,8 +340,8 @@ inline void rotate_behind(const Panel<T> &panel, const FactorSet &f, const Tile 
         for (std::size_t k = 0; k < n_rows; k += rows_at_once) {
             const auto apply = [&](auto rotate_columns) {
                 rotate_columns(values + k * f.padded + column, f.padded, pivot_rows + column, f.padded,
-                               panel.pivots, panel.rotation(k, 0) + factor, 2 * panel_stride * factors,
-                               panel.exchanges + k * panel_stride, panel_stride, 1u << factor);
+                               panel.pivots, panel.rotation(k, 0) + factor,
+                               panel.exchanges + k * panel_stride, 1u << factor);
             };
             if ((exchanged[k / rows_in_flight] & 1u << factor) != 0) {
                 if (wide) apply(rotate_strip<2, true, factors>);
@@ -518,7 +518,6 @@ std::size_t read_rows(const RowSource<Real> &rows, std::int64_t &next, std::int6
             tally.missing += !complete;
         }
         tally.frequencies += static_cast<double>(used);
-        tally.used += static_cast<std::int64_t>(used);
         return used;
     }
     for (; used < most && next < end; ++next) {
@@ -543,7 +542,6 @@ std::size_t read_rows(const RowSource<Real> &rows, std::int64_t &next, std::int6
         }
         ++used;
     }
-    tally.used += static_cast<std::int64_t>(used);
     return used;
 }
 

@@ -100,11 +100,11 @@ template <class Real> struct RowSource {
 
 // What became of the rows that were read.
 struct RowTally {
-    std::int64_t used, missing;
-    std::int64_t first_bad; // a row whose frequency or weight is negative or infinite; -1: none
-    double frequencies;
-    double mass;  // the next two without an intercept only, from which the means come otherwise
-    double *sums; // n: values times masses; null with an intercept
+    std::int64_t missing = 0;
+    std::int64_t first_bad = -1; // a row whose frequency or weight is negative or infinite; -1: none
+    double frequencies = 0;
+    double mass = 0;        // the next two without an intercept only, from which the means come otherwise
+    double *sums = nullptr; // n: values times masses; null with an intercept
 };
 
 struct RotationKernels {
