@@ -48,22 +48,15 @@ constexpr std::int64_t count_pieces(std::int64_t n_rows, std::size_t n_columns)
     return n_rows <= most ? 1 : (n_rows + 2 * most - 1) / (2 * most) * 2;
 }
 
-// Empty factors; their memory is null when there is none.
+inline void clear(const FactorSet &factors, std::size_t count)
+{
+    std::fill_n(factors.p, factors_size(factors.n, count), 0.0);
+}
+
+// Factors that are not cleared; their memory is null when there is none.
 inline FactorSet make_factors(std::size_t n, std::size_t count, Workspace &workspace)
 {
-    auto *memory = workspace.array_or_null<double>(factors_size(n, count));
-    if (memory == nullptr) return {};
-    std::fill_n(memory, factors_size(n, count), 0.0);
-    double *within = memory + 4 * n * count;
-    return {n,
-            padded_columns(n),
-            panel_of(n, count),
-            memory,
-            memory + n * count,
-            memory + 2 * n * count,
-            memory + 3 * n * count,
-            within,
-            within + n * panel_stride * count};
+    return factors_in_memory(n, count, workspace.array_or_null<double>(factors_size(n, count)));
 }
 
 // Makes a tile, all of it 0; its memory is null when there is none.
@@ -82,6 +75,18 @@ constexpr std::size_t with_rest(std::size_t n_rows)
     return (n_rows + rows_in_flight - 1) / rows_in_flight * rows_in_flight;
 }
 
+// `count` rows of one of four factors from row `first` on, as data with a weight each. Empty rows are left out.
+inline void copy_rows(const FactorSet &four, std::size_t which, std::size_t first, std::size_t count,
+                      double *values, double *weights, std::size_t weight_stride)
+{
+    for (std::size_t i = first; i < first + count; ++i) {
+        const double diagonal = four.diagonal[i * side_by_side + which];
+        if (diagonal == 0) continue;
+        four.copy_row(i, which, side_by_side, values + (i - first) * four.padded);
+        weights[(i - first) * weight_stride] = four.p[i * side_by_side + which] / diagonal;
+    }
+}
+
 // Folds pieces of rows into four factors. Each thread has one, with a cache line of its own for the tally.
 template <class Real> class alignas(64) PieceFolder {
 public:
@@ -94,9 +99,9 @@ public:
         return factors_.p != nullptr && tile_.values != nullptr && (rows.intercept || sums_ != nullptr);
     }
 
-    void fold(std::int64_t first, std::int64_t end)
+    // Into factors that may hold rows, or into empty ones of its own.
+    void fold(std::int64_t first, std::int64_t end, const FactorSet &factors)
     {
-        std::fill_n(factors_.p, factors_size(factors_.n, side_by_side), 0.0);
         tally_ = {};
         tally_.sums = sums_;
         if (sums_ != nullptr) std::fill_n(sums_, factors_.n, 0.0);
@@ -111,13 +116,30 @@ public:
             for (std::size_t part = 0; part < side_by_side; ++part)
                 most = std::max(most, fill_part(part, next[part], part_end[part]));
             if (most == 0) return;
-            rotation_kernels().fold_four(factors_, tile_, with_rest(most));
+            rotation_kernels().fold_four(factors, tile_, with_rest(most), 0);
         }
     }
 
-    const FactorSet &factors() const
+    void fold(std::int64_t first, std::int64_t end)
     {
-        return factors_;
+        clear(factors_, side_by_side);
+        fold(first, end, factors_);
+    }
+
+    // Merges what it has folded into factors that stand for rows before.
+    void merge_into(const FactorSet &factors)
+    {
+        const std::size_t n = factors.n;
+        for (std::size_t first = 0; first < n; first += rows_per_tile) {
+            const std::size_t count = std::min(rows_per_tile, n - first);
+            std::fill_n(tile_.values, tile_values_size(n, side_by_side), 0.0);
+            std::fill_n(tile_.weights, side_by_side * rows_per_tile, 0.0);
+            for (std::size_t which = 0; which < side_by_side; ++which)
+                copy_rows(factors_, which, first, count,
+                          tile_.values + which * rows_per_tile * factors_.padded, tile_.weights + which,
+                          side_by_side);
+            rotation_kernels().fold_four(factors, tile_, with_rest(count), first);
+        }
     }
 
     const RowTally &tally() const
@@ -146,23 +168,6 @@ private:
     double *sums_ = nullptr;
 };
 
-// Merges factor `which` of four into one: its rows are data with a weight each.
-inline void merge(const FactorSet &one, const Tile &tile, const FactorSet &four, std::size_t which)
-{
-    for (std::size_t first = 0; first < one.n; first += rows_per_tile) {
-        const std::size_t count = std::min(rows_per_tile, one.n - first);
-        std::fill_n(tile.values, rows_per_tile * one.padded, 0.0);
-        std::fill_n(tile.weights, rows_per_tile, 0.0);
-        for (std::size_t i = first; i < first + count; ++i) {
-            const double diagonal = four.diagonal[i * side_by_side + which];
-            if (diagonal == 0) continue;
-            four.copy_row(i, which, side_by_side, tile.values + (i - first) * one.padded);
-            tile.weights[i - first] = four.p[i * side_by_side + which] / diagonal;
-        }
-        rotation_kernels().fold_one(one, tile, with_rest(count), first);
-    }
-}
-
 inline void join(Fit &fit, const RowTally &tally)
 {
     fit.missing += tally.missing;
@@ -176,6 +181,7 @@ inline void join(Fit &fit, const RowTally &tally)
 // Both return the first row whose mass is bad, -1 when all are good; no_memory without memory.
 constexpr std::int64_t no_memory = -2;
 
+// The first piece goes on where the rows before ended, so that a series of calls does not start anew each time.
 template <class Real>
 std::int64_t add_pieces(const RowSource<Real> &rows, std::int64_t n_rows, Fit &fit, Workspace &workspace)
 {
@@ -183,29 +189,52 @@ std::int64_t add_pieces(const RowSource<Real> &rows, std::int64_t n_rows, Fit &f
     const std::int64_t n_pieces = count_pieces(n_rows, n), piece = (n_rows + n_pieces - 1) / n_pieces;
     const int threads = thread_count(n_pieces, n_rows * static_cast<std::int64_t>(n));
     auto *folders = workspace.array_or_null<PieceFolder<Real>>(static_cast<std::size_t>(threads));
-    const FactorSet joint = make_factors(n, 1, workspace);
-    const Tile tile = make_tile(n, 1, workspace);
-    if (folders == nullptr || joint.p == nullptr || tile.values == nullptr) return no_memory;
+    if (folders == nullptr) return no_memory;
     for (int t = 0; t < threads; ++t) {
         if (!(new (folders + t) PieceFolder<Real>)->prepare(rows, n, workspace)) return no_memory;
     }
 
+    if (!fit.has_many) clear(fit.many, side_by_side);
+    fit.has_many = true;
     std::int64_t first_bad = -1;
     OrderedPieces pieces(n_pieces);
     parallel(threads, [&](int thread) {
         PieceFolder<Real> &folder = folders[thread];
         for (std::int64_t k = pieces.take(); k >= 0; k = pieces.take()) {
-            folder.fold(std::min(k * piece, n_rows), std::min((k + 1) * piece, n_rows));
+            const std::int64_t first = std::min(k * piece, n_rows), end = std::min((k + 1) * piece, n_rows);
+            if (k == 0) folder.fold(first, end, fit.many);
+            else folder.fold(first, end);
             pieces.wait_for_turn(k);
-            for (std::size_t which = 0; which < side_by_side; ++which)
-                merge(joint, tile, folder.factors(), which);
+            if (k > 0) folder.merge_into(fit.many);
             join(fit, folder.tally());
             if (first_bad < 0) first_bad = folder.tally().first_bad;
             pieces.pass_turn(k);
         }
     });
-    fit.factor.add(joint);
     return first_bad;
+}
+
+// Brings all rows into the one factor of the fit. False without memory.
+inline bool unite(Fit &fit, Workspace &workspace)
+{
+    if (!fit.has_many) return true;
+    const std::size_t n = fit.factor.n_columns();
+    const FactorSet one = make_factors(n, 1, workspace);
+    const Tile tile = make_tile(n, 1, workspace);
+    if (one.p == nullptr || tile.values == nullptr) return false;
+    clear(one, 1);
+    for (std::size_t which = 0; which < side_by_side; ++which) {
+        for (std::size_t first = 0; first < n; first += rows_per_tile) {
+            const std::size_t count = std::min(rows_per_tile, n - first);
+            std::fill_n(tile.values, tile_values_size(n, 1), 0.0);
+            std::fill_n(tile.weights, rows_per_tile, 0.0);
+            copy_rows(fit.many, which, first, count, tile.values, tile.weights, 1);
+            rotation_kernels().fold_one(one, tile, with_rest(count), first);
+        }
+    }
+    fit.factor.add(one);
+    fit.has_many = false;
+    return true;
 }
 
 // Rows into one factor.
@@ -219,6 +248,7 @@ std::int64_t add_few(const RowSource<Real> &rows, std::int64_t n_rows, Fit &fit,
     if (!rows.intercept) tally.sums = workspace.array_or_null<double>(n);
     if (factor.p == nullptr || tile.values == nullptr || (!rows.intercept && tally.sums == nullptr))
         return no_memory;
+    clear(factor, 1);
     if (tally.sums != nullptr) std::fill_n(tally.sums, n, 0.0);
     for (std::int64_t next = 0; next < n_rows;) {
         const std::size_t used =

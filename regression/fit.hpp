@@ -35,6 +35,8 @@ constexpr std::size_t most_columns = std::size_t{1} << 23;
 struct Fit {
     Shape shape;
     Factor factor;
+    FactorSet many;    // four factors of rows that came many at once, and are not in `factor` yet
+    bool has_many;     // or they are not even cleared
     double *shift;     // of the columns, subtracted from every row; 0 without an intercept
     bool shift_known;  // some row was used
     long double *sums; // of values times masses, without an intercept
@@ -47,17 +49,19 @@ struct Fit {
 // Bytes of a fit's arrays; n_columns is at most most_columns.
 constexpr std::size_t fit_memory_size(std::size_t n_columns)
 {
-    return Factor::memory_size(n_columns) * sizeof(long double) +
-           n_columns * (sizeof(long double) + sizeof(double));
+    return factors_size(n_columns, side_by_side) * sizeof(double) +
+           (Factor::memory_size(n_columns) + n_columns) * sizeof(long double) + n_columns * sizeof(double);
 }
 
 // A fit without rows in memory of that size.
 inline void start(Fit &fit, const Shape &shape, void *memory)
 {
     const std::size_t n = shape.n_columns();
-    auto *numbers = static_cast<long double *>(memory);
+    auto *four_factors = static_cast<double *>(memory); // first, since vectors want aligned memory
+    auto *numbers = reinterpret_cast<long double *>(four_factors + factors_size(n, side_by_side));
     fit = {};
     fit.shape = shape;
+    fit.many = factors_in_memory(n, side_by_side, four_factors);
     fit.factor.start(n, numbers);
     fit.sums = numbers + Factor::memory_size(n);
     fit.shift = reinterpret_cast<double *>(fit.sums + n);
@@ -69,6 +73,7 @@ inline void start(Fit &fit, const Shape &shape, void *memory)
 inline void forget_rows(Fit &fit)
 {
     fit.factor.clear();
+    fit.has_many = false;
     std::fill_n(fit.sums, fit.factor.n_columns(), 0.0L);
     fit.mass = fit.frequencies = fit.most_frequencies = 0;
 }

@@ -97,9 +97,11 @@ bool accumulate(const RowSource<Real> &rows, int n_rows, const RegressionOptions
     std::int64_t first_bad = no_memory;
     if (find_shift(rows, n_rows, fit, workspace)) {
         if (options.deletes || very_few || (few && options.ido != 0)) {
-            first_bad = fold_directly(rows, n_rows, options.deletes, fit, workspace, possible);
+            if (!options.deletes || unite(fit, workspace))
+                first_bad = fold_directly(rows, n_rows, options.deletes, fit, workspace, possible);
         } else {
             first_bad = add_rows(rows, n_rows, fit, workspace);
+            if (first_bad == -1 && few && !unite(fit, workspace)) first_bad = no_memory;
             if (first_bad == -1 && few && fit.factor.loses_digits()) {
                 forget_rows(fit);
                 fit.missing = 0;
@@ -298,7 +300,8 @@ void l_regression(int n_rows, int n_independent, const Real *x, const Real *y, A
         series.open = true;
         return;
     }
-    if (accumulated) finish(fit, rows, n_rows, options, workspace, result);
+    if (accumulated && !unite(fit, workspace)) raise_no_memory_for_rows(n_rows, shape);
+    else if (accumulated) finish(fit, rows, n_rows, options, workspace, result);
     if (staged) close_series(series);
 }
 

@@ -150,63 +150,94 @@ inline void exchange_rows(const Panel<T> &panel, std::size_t k, std::size_t i, s
 // and must end before its reciprocal overflows.
 constexpr double least_square = 1e-280;
 
-// Sets up the rotation of row k with pivot i of the panel and applies it up to column `end`. Returns the lanes in which
-// the two rows change places before. There is one division, and the multipliers do not wait for it.
-template <class T>
-inline unsigned rotate(const Panel<T> &panel, std::size_t k, std::size_t i, std::size_t end)
+// A pivot of the panel and its row up to the end of a block of `count` columns, while rows of a group meet it one after
+// the other.
+template <class T, std::size_t count> struct Pivot {
+    T p, x, reciprocal_p, reciprocal_x, r[count];
+    double *p_at, *x_at, *reciprocal_p_at, *reciprocal_x_at, *r_at;
+
+    Pivot(const Panel<T> &panel, std::size_t i)
+        : p_at(panel.p + i * Panel<T>::factors), x_at(panel.diagonal + i * Panel<T>::factors),
+          reciprocal_p_at(panel.reciprocal_p + i * Panel<T>::factors),
+          reciprocal_x_at(panel.reciprocal_diagonal + i * Panel<T>::factors),
+          r_at(panel.within + (i * panel_stride + i) * Panel<T>::factors)
+    {
+        load_all();
+    }
+
+    void load_all()
+    {
+        p = load_as<T>(p_at);
+        x = load_as<T>(x_at);
+        reciprocal_p = load_as<T>(reciprocal_p_at);
+        reciprocal_x = load_as<T>(reciprocal_x_at);
+        for (std::size_t j = 1; j < count; ++j) r[j] = load_as<T>(r_at + j * Panel<T>::factors);
+    }
+
+    void store_all() const
+    {
+        store(x_at, x);
+        store(reciprocal_x_at, reciprocal_x);
+        for (std::size_t j = 1; j < count; ++j) store(r_at + j * Panel<T>::factors, r[j]);
+    }
+};
+
+// Sets up the rotation of row k with pivot i of the panel and applies it to the `count` columns from the pivot's on.
+// Returns the lanes in which the two rows change places before. There is one division, and the multipliers do not wait
+// for it.
+template <class T, std::size_t count>
+inline unsigned rotate(const Panel<T> &panel, std::size_t k, std::size_t i, Pivot<T, count> &pivot)
 {
     constexpr std::size_t factors = Panel<T>::factors;
-    double *row = panel.row(k), *pivot_row = panel.within + i * panel_stride * factors;
-    T x = load_as<T>(panel.diagonal + i * factors);
-    T w = load_as<T>(panel.weights + k * factors), y = load_as<T>(row + i * factors), p2 = w * y;
+    double *row = panel.row(k) + i * factors;
+    T w = load_as<T>(panel.weights + k * factors), y = load_as<T>(row), p2 = w * y;
     const T zero = {}, square = p2 * y;
     const auto idle = square < least_square; // NaN is not
-    const auto outweighs = (square >= load_as<T>(panel.p + i * factors) * x) & ~idle;
+    const auto outweighs = (square >= pivot.p * pivot.x) & ~idle;
     unsigned exchanged = 0;
     if (__builtin_expect(any(outweighs), 0)) {
         exchanged = true_lanes(outweighs);
-        exchange_rows(panel, k, i, end, outweighs);
-        x = load_as<T>(panel.diagonal + i * factors);
+        pivot.store_all();
+        exchange_rows(panel, k, i, i + count, outweighs);
+        pivot.load_all();
         w = load_as<T>(panel.weights + k * factors);
-        y = load_as<T>(row + i * factors);
+        y = load_as<T>(row);
         p2 = w * y;
     }
     // A row without weight in this column is left as it is: nothing is to be rotated, and if it has none at all, it
     // could grow on and on.
-    const T h12 = idle ? zero : p2 * load_as<T>(panel.reciprocal_p + i * factors);
-    const T h21 = idle ? zero : -y * load_as<T>(panel.reciprocal_diagonal + i * factors);
-    const T rotated_x = x + h12 * y, reciprocal = 1 / rotated_x; // of an empty row infinite, and not used
-    store(panel.diagonal + i * factors, rotated_x);
-    store(panel.reciprocal_diagonal + i * factors, reciprocal);
-    store(panel.weights + k * factors, idle ? w : w * (x * reciprocal));
+    const T h12 = idle ? zero : p2 * pivot.reciprocal_p;
+    const T h21 = idle ? zero : -y * pivot.reciprocal_x;
+    const T rotated_x = pivot.x + h12 * y;
+    pivot.reciprocal_x = 1 / rotated_x; // of an empty row infinite, and not used
+    store(panel.weights + k * factors, idle ? w : w * (pivot.x * pivot.reciprocal_x));
+    pivot.x = rotated_x;
     store(panel.rotation(k, i), h12);
     store(panel.rotation(k, i) + factors, h21);
-    for (std::size_t j = i + 1; j < end; ++j) {
-        const T r = load_as<T>(pivot_row + j * factors), v = load_as<T>(row + j * factors);
-        store(pivot_row + j * factors, T(r + h12 * v));
-        store(row + j * factors, T(v + h21 * r));
+    for (std::size_t j = 1; j < count; ++j) {
+        const T v = load_as<T>(row + j * factors);
+        store(row + j * factors, T(v + h21 * pivot.r[j]));
+        pivot.r[j] = pivot.r[j] + h12 * v;
     }
     return exchanged;
 }
 
-// Rotations of a group of rows from row k on with `count` pivots of the panel from `first` on, as a wavefront: while a row
-// meets a pivot, the next row meets the pivot before, and neither waits for the other's division. Returns the lanes in
-// which rows changed places.
+// Rotations of a group of rows from row k on with pivot i and, after it, with those behind it up to the end of a block of
+// `count` columns. All rows meet a pivot before the first meets the next: only the pivot's own sum passes from row to row, so their
+// divisions overlap. Returns the lanes in which rows changed places.
 template <class T, std::size_t count>
-inline unsigned rotate_block(const Panel<T> &panel, std::size_t k, std::size_t first)
+inline unsigned rotate_block(const Panel<T> &panel, std::size_t k, std::size_t i)
 {
     unsigned exchanged = 0;
-#pragma GCC unroll 16
-    for (std::size_t step = 0; step < count + rows_in_flight - 1; ++step) {
+    Pivot<T, count> pivot(panel, i);
 #pragma GCC unroll 8
-        for (std::size_t r = 0; r < rows_in_flight; ++r) {
-            const std::size_t i = step - r;
-            if (i >= count) continue; // before its first pivot, i wraps
-            const unsigned lanes = rotate(panel, k + r, first + i, first + count);
-            panel.exchanges[(k + r) * panel_stride + first + i] = static_cast<unsigned char>(lanes);
-            exchanged |= lanes;
-        }
+    for (std::size_t r = 0; r < rows_in_flight; ++r) {
+        const unsigned lanes = rotate(panel, k + r, i, pivot);
+        panel.exchanges[(k + r) * panel_stride + i] = static_cast<unsigned char>(lanes);
+        exchanged |= lanes;
     }
+    pivot.store_all();
+    if constexpr (count > 1) exchanged |= rotate_block<T, count - 1>(panel, k, i + 1);
     return exchanged;
 }
 
@@ -289,40 +320,64 @@ template <class T> inline unsigned rotate_group(const Panel<T> &panel, std::size
     return exchanged;
 }
 
-// Applies a group's rotations to `vectors` vectors of columns behind the panel. The rows stay in registers from the first
-// pivot to the last, a pivot's row while all rows meet it.
+// A strip of columns behind the panel, and the rotations of one factor that are applied to it.
+struct Strip {
+    double *values; // of the first row
+    double *pivot_rows;
+    std::size_t stride; // from row to row, of both
+    std::size_t pivots;
+    const double *h;                // of the factor
+    const unsigned char *exchanges; // of all factors; lane_bit is this one's
+    unsigned lane_bit;
+};
+
+// Applies the rotations of rows_at_once rows from row k on to the `vectors` vectors of a strip. The rows stay in registers from the
+// first pivot to the last, a pivot's row while all rows meet it.
 template <std::size_t vectors, bool with_exchanges, std::size_t factors>
-inline void rotate_strip(double *values, std::size_t row_stride, double *pivot_rows, std::size_t pivot_stride,
-                         std::size_t pivots, const double *h, const unsigned char *exchanges,
-                         unsigned lane_bit)
+inline void rotate_strip(const Strip &strip, std::size_t k)
 {
+    double *values = strip.values + k * strip.stride, *pivot_row = strip.pivot_rows;
+    const double *h = strip.h + 2 * k * panel_stride * factors;
     V y[rows_at_once][vectors];
-    for (std::size_t k = 0; k < rows_at_once; ++k) {
-        for (std::size_t v = 0; v < vectors; ++v) y[k][v] = load(values + k * row_stride + side_by_side * v);
+    for (std::size_t r = 0; r < rows_at_once; ++r) {
+        for (std::size_t v = 0; v < vectors; ++v)
+            y[r][v] = load(values + r * strip.stride + side_by_side * v);
     }
-    for (std::size_t i = 0; i < pivots; ++i) {
-        V r[vectors];
-        for (std::size_t v = 0; v < vectors; ++v) r[v] = load(pivot_rows + side_by_side * v);
-        for (std::size_t k = 0; k < rows_at_once; ++k) {
-            const double *rotation = h + 2 * (k * panel_stride + i) * factors;
-            const V h12 = broadcast(rotation[0]), h21 = broadcast(rotation[factors]);
-            const bool exchange = with_exchanges && (exchanges[k * panel_stride + i] & lane_bit) != 0;
+    for (std::size_t i = 0; i < strip.pivots; ++i, pivot_row += strip.stride, h += 2 * factors) {
+        V pivot[vectors];
+        for (std::size_t v = 0; v < vectors; ++v) pivot[v] = load(pivot_row + side_by_side * v);
+        for (std::size_t r = 0; r < rows_at_once; ++r) {
+            const V h12 = broadcast(h[2 * r * panel_stride * factors]),
+                    h21 = broadcast(h[(2 * r * panel_stride + 1) * factors]);
+            const bool exchange =
+                with_exchanges && (strip.exchanges[(k + r) * panel_stride + i] & strip.lane_bit) != 0;
             for (std::size_t v = 0; v < vectors; ++v) {
                 if (exchange) {
-                    const V old = r[v];
-                    r[v] = y[k][v];
-                    y[k][v] = old;
+                    const V old = pivot[v];
+                    pivot[v] = y[r][v];
+                    y[r][v] = old;
                 }
-                const V rotated = r[v] + h12 * y[k][v];
-                y[k][v] = y[k][v] + h21 * r[v];
-                r[v] = rotated;
+                const V rotated = pivot[v] + h12 * y[r][v];
+                y[r][v] = y[r][v] + h21 * pivot[v];
+                pivot[v] = rotated;
             }
         }
-        for (std::size_t v = 0; v < vectors; ++v) store(pivot_rows + side_by_side * v, r[v]);
-        pivot_rows += pivot_stride;
+        for (std::size_t v = 0; v < vectors; ++v) store(pivot_row + side_by_side * v, pivot[v]);
     }
-    for (std::size_t k = 0; k < rows_at_once; ++k) {
-        for (std::size_t v = 0; v < vectors; ++v) store(values + k * row_stride + side_by_side * v, y[k][v]);
+    for (std::size_t r = 0; r < rows_at_once; ++r) {
+        for (std::size_t v = 0; v < vectors; ++v)
+            store(values + r * strip.stride + side_by_side * v, y[r][v]);
+    }
+}
+
+// `exchanged` has the lanes in which some row of a group changed places.
+template <std::size_t vectors, std::size_t factors>
+inline void rotate_strip_of_all(const Strip &strip, std::size_t n_rows, const unsigned *exchanged)
+{
+    for (std::size_t k = 0; k < n_rows; k += rows_at_once) {
+        if (__builtin_expect((exchanged[k / rows_in_flight] & strip.lane_bit) != 0, 0))
+            rotate_strip<vectors, true, factors>(strip, k);
+        else rotate_strip<vectors, false, factors>(strip, k);
     }
 }
 
@@ -335,23 +390,17 @@ inline void rotate_behind(const Panel<T> &panel, const FactorSet &f, const Tile 
     constexpr std::size_t factors = Panel<T>::factors;
     double *values = tile.values + factor * rows_per_tile * f.padded;
     double *pivot_rows = f.row_behind(factor, panel.first);
-    for (std::size_t column = panel.first + panel.pivots; column < f.padded; column += 2 * side_by_side) {
-        const bool wide = column + side_by_side < f.padded;
-        for (std::size_t k = 0; k < n_rows; k += rows_at_once) {
-            const auto apply = [&](auto rotate_columns) {
-                rotate_columns(values + k * f.padded + column, f.padded, pivot_rows + column, f.padded,
-                               panel.pivots, panel.rotation(k, 0) + factor,
-                               panel.exchanges + k * panel_stride, 1u << factor);
-            };
-            if ((exchanged[k / rows_in_flight] & 1u << factor) != 0) {
-                if (wide) apply(rotate_strip<2, true, factors>);
-                else apply(rotate_strip<1, true, factors>);
-            } else {
-                if (wide) apply(rotate_strip<2, false, factors>);
-                else apply(rotate_strip<1, false, factors>);
-            }
-        }
-    }
+    const double *h = panel.rotation(0, 0) + factor;
+    std::size_t column = panel.first + panel.pivots;
+    const std::size_t end = whole_vectors(f.n);
+    for (; column + side_by_side < end; column += 2 * side_by_side)
+        rotate_strip_of_all<2, factors>(
+            {values + column, pivot_rows + column, f.padded, panel.pivots, h, panel.exchanges, 1u << factor},
+            n_rows, exchanged);
+    if (column < end)
+        rotate_strip_of_all<1, factors>(
+            {values + column, pivot_rows + column, f.padded, panel.pivots, h, panel.exchanges, 1u << factor},
+            n_rows, exchanged);
 }
 
 // Four rows' vectors become four columns' vectors.
@@ -418,9 +467,9 @@ inline void fold(const FactorSet &f, const Tile &tile, std::size_t n_rows, std::
     }
 }
 
-void fold_four(const FactorSet &factors, const Tile &tile, std::size_t n_rows)
+void fold_four(const FactorSet &factors, const Tile &tile, std::size_t n_rows, std::size_t first_column)
 {
-    fold<V>(factors, tile, n_rows, 0);
+    fold<V>(factors, tile, n_rows, first_column);
 }
 
 void fold_one(const FactorSet &factor, const Tile &tile, std::size_t n_rows, std::size_t first_column)
@@ -503,23 +552,35 @@ inline void add_sums(const double *values, double mass, std::size_t n, double *s
     for (std::size_t j = 0; j < n; ++j) sums[j] += mass * values[j];
 }
 
+// The plain case: every row without a NaN counts once. The source is copied so that the compiler sees it unchanged by
+// what is written.
+template <class Real>
+std::size_t read_plain_rows(RowSource<Real> rows, std::int64_t &next, std::int64_t end, std::size_t most,
+                            std::size_t padded, double *values, double *weights, std::size_t weight_stride,
+                            RowTally &tally)
+{
+    std::size_t used = 0;
+    std::int64_t i = next;
+    for (; used < most && i < end; ++i) {
+        const bool complete = take_row(rows, i, values + used * padded);
+        weights[used * weight_stride] = 1;
+        used += complete;
+    }
+    tally.missing += i - next - static_cast<std::int64_t>(used);
+    tally.frequencies += static_cast<double>(used);
+    next = i;
+    return used;
+}
+
 template <class Real>
 std::size_t read_rows(const RowSource<Real> &rows, std::int64_t &next, std::int64_t end, std::size_t most,
                       std::size_t padded, double *values, double *weights, std::size_t weight_stride,
                       RowTally &tally)
 {
-    std::size_t used = 0;
     const bool with_masses = rows.frequencies != nullptr || rows.weights != nullptr;
-    if (!with_masses && rows.exclude_missing && tally.sums == nullptr) { // the plain case
-        for (; used < most && next < end; ++next) {
-            const bool complete = take_row(rows, next, values + used * padded);
-            weights[used * weight_stride] = 1;
-            used += complete;
-            tally.missing += !complete;
-        }
-        tally.frequencies += static_cast<double>(used);
-        return used;
-    }
+    if (!with_masses && rows.exclude_missing && tally.sums == nullptr)
+        return read_plain_rows(rows, next, end, most, padded, values, weights, weight_stride, tally);
+    std::size_t used = 0;
     for (; used < most && next < end; ++next) {
         const auto i = static_cast<std::size_t>(next);
         const double f = rows.frequencies != nullptr ? rows.frequencies[i * rows.frequency_stride] : 1;

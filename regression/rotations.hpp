@@ -1,7 +1,7 @@
 // Folding rows into upper-triangular factors by modified Givens rotations: the data that the leaf kernels work on.
 //
 // Four factors grow side by side, one a lane of a vector, so that rotations are set up four at a time. Each is
-// fed from a part of the rows of its own; in the end a factor is merged into another as if its rows were data.
+// fed from a part of the rows of its own; a factor is merged into another as if its rows were data.
 // A rotation whose new row outweighs the pivot's first exchanges the two, so the multipliers are bounded, and
 // what remains is always the form (1 h12; h21 1).
 #pragma once
@@ -23,9 +23,16 @@ constexpr std::size_t widest_single_panel = 16, panel_width = 8, narrow_panel_wi
 constexpr std::size_t panel_stride =
     widest_single_panel; // in memory, whatever the width: kernels need a constant
 
-constexpr std::size_t padded_columns(std::size_t n)
+constexpr std::size_t whole_vectors(std::size_t n)
 {
     return (n + side_by_side - 1) / side_by_side * side_by_side;
+}
+
+// Wide rows are an odd number of cache lines apart, so that a strip of columns finds room in all sets of the cache.
+constexpr std::size_t padded_columns(std::size_t n)
+{
+    constexpr std::size_t line = 64 / sizeof(double);
+    return n <= widest_single_panel ? whole_vectors(n) : ((n + line - 1) / line | 1) * line;
 }
 
 // One factor, or four of them; the index of the factor runs fastest in all but `behind`. Row i stands for d_i r_i r_i'
@@ -64,6 +71,22 @@ constexpr std::size_t factors_size(std::size_t n, std::size_t count)
 {
     const std::size_t with_padding = n > panel_of(n, count) ? n * padded_columns(n) : 0;
     return count * (n * (4 + panel_stride) + with_padding);
+}
+
+// `count` factors in memory of that size, which is null when there is none. All 0 is empty.
+constexpr FactorSet factors_in_memory(std::size_t n, std::size_t count, double *memory)
+{
+    if (memory == nullptr) return {};
+    double *within = memory + 4 * n * count;
+    return {n,
+            padded_columns(n),
+            panel_of(n, count),
+            memory,
+            memory + n * count,
+            memory + 2 * n * count,
+            memory + 3 * n * count,
+            within,
+            within + n * panel_stride * count};
 }
 
 // Rows on their way into factors: for each factor rows_per_tile rows of `padded` values and their weights. The rows
@@ -116,9 +139,10 @@ struct RotationKernels {
     std::size_t (*read_d)(const RowSource<double> &rows, std::int64_t &next, std::int64_t end,
                           std::size_t most, std::size_t padded, double *values, double *weights,
                           std::size_t weight_stride, RowTally &tally);
-    // Folds the first n_rows rows of the tile, a multiple of rows_in_flight, into four factors.
-    void (*fold_four)(const FactorSet &factors, const Tile &tile, std::size_t n_rows);
-    // The same for one factor; the rows are 0 before column first_column.
+    // Fold the first n_rows rows of the tile, a multiple of rows_in_flight, into four factors, or one; the rows are 0
+    // before column first_column.
+    void (*fold_four)(const FactorSet &factors, const Tile &tile, std::size_t n_rows,
+                      std::size_t first_column);
     void (*fold_one)(const FactorSet &factor, const Tile &tile, std::size_t n_rows, std::size_t first_column);
 };
 
