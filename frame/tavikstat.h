@@ -46,6 +46,12 @@ extern "C" {
 enum tavik_option {
     TAVIK_ANOVA_TABLE = 10080,
     TAVIK_ANOVA_TABLE_USER = 10090,
+    TAVIK_CLUSTER_OUTPUT_A = 10640,
+    TAVIK_CLUSTER_MEANS = 10640,
+    TAVIK_CLUSTER_OUTPUT_B = 10660,
+    TAVIK_CLUSTER_SSQ = 10660,
+    TAVIK_CLUSTER_OUTPUT_B_USER = 10670,
+    TAVIK_CLUSTER_SSQ_USER = 10670,
     TAVIK_REGRESSION_SQUARE_OUTPUT = 10690,
     TAVIK_COEF_COVARIANCES = 10690,
     TAVIK_REGRESSION_SQUARE_OUTPUT_USER = 10700,
@@ -69,6 +75,7 @@ enum tavik_option {
     TAVIK_GET_TRACEBACK = 12010,
     TAVIK_INTERCEPT = 12400,
     TAVIK_LIBRARY_VERSION = 12760,
+    TAVIK_MAX_ITERATIONS = 12970,
     TAVIK_MEDIAN = 13150,
     TAVIK_MEDIAN_AND_SCALE = 13160,
     TAVIK_NO_INTERCEPT = 13350,
@@ -96,6 +103,15 @@ enum tavik_option {
     TAVIK_VARIABLE_MEANS = 15490,
     TAVIK_REGRESSION_OUTPUT_C_USER = 15500,
     TAVIK_VARIABLE_MEANS_USER = 15500,
+    TAVIK_CLUSTER_SEEDS_COL_DIM = 15720,
+    TAVIK_CLUSTER_MEANS_COL_DIM = 15730,
+    TAVIK_CLUSTER_OUTPUT_A_USER = 15740,
+    TAVIK_CLUSTER_MEANS_USER = 15740,
+    TAVIK_CLUSTER_VARIABLES = 15750,
+    TAVIK_CLUSTER_OUTPUT_C = 15760,
+    TAVIK_CLUSTER_COUNTS = 15760,
+    TAVIK_CLUSTER_OUTPUT_C_USER = 15770,
+    TAVIK_CLUSTER_COUNTS_USER = 15770,
     TAVIK_SIGNAL_TRAPPING = 16042,
     TAVIK_REGRESSION_OUTPUT_D = 16068,
     TAVIK_R_FACTOR = 16068,
@@ -135,6 +151,8 @@ enum tavik_option {
     TAVIK_SET_SINGLE_THREADED_LINEAR_ALGEBRA = 50634,
     TAVIK_SET_FUNCTIONS_THREAD_SAFE = 50741,
     TAVIK_GET_FUNCTIONS_THREAD_SAFE = 50742,
+    TAVIK_CLUSTER_HISTORY = 50983,
+    TAVIK_CLUSTER_HISTORY_USER = 50984,
     TAVIK_REGRESSION_POINTER_I = 53013,
     TAVIK_FIT_POINTER = 53013
 };
@@ -848,6 +866,79 @@ TAVIK_API void tavik_random_MT64_table_set(const uint64_t table[]);
  */
 TAVIK_API float *tavik_f_regression(int n_rows, int n_independent, const float x[], const float y[], ...);
 TAVIK_API double *tavik_d_regression(int n_rows, int n_independent, const double x[], const double y[], ...);
+
+/* ---- Multivariate analysis ---- */
+
+/**
+ * K-means clustering: partitions observations into clusters so that the sum of squared distances from the observations
+ * to the centres of their clusters is so small that no transfer of one observation makes it smaller.
+ *
+ * @param n_observations  number of observations, at least 1.
+ * @param n_variables     number of variables, at least 1.
+ * @param x               n_observations rows; not changed, and not copied unless columns are selected. NaN marks a
+ *                        missing value.
+ * @param n_clusters      number of clusters, 2 to n_observations.
+ * @param cluster_seeds   n_clusters rows: the first centres. Each must be closest to some observation;
+ *                        tavik_f_cluster_seeds / tavik_d_cluster_seeds chooses some.
+ *
+ * @return the cluster of each observation, n_observations elements from 1 to n_clusters. A new array, released with
+ *         tavik_free. NULL on error.
+ *
+ * Options (Real is float or double; "output" pointers are set to NULL at once and receive a new array on success):
+ *   TAVIK_X_COL_DIM, int                  row stride of x; default n_variables
+ *   TAVIK_CLUSTER_SEEDS_COL_DIM, int      row stride of cluster_seeds; default n_variables
+ *   TAVIK_CLUSTER_MEANS_COL_DIM, int      row stride of the means; default n_variables
+ *   TAVIK_CLUSTER_VARIABLES, const int [] n_variables columns of x, from 0, to be used as variables in this order;
+ *                                         default the first ones. They are copied
+ *   TAVIK_FREQUENCIES, const Real []      frequency of each observation: positive and finite. An observation of
+ *                                         frequency f is one that f equal ones make, and stays in one cluster
+ *   TAVIK_WEIGHTS, const Real []          weight of each observation: positive and finite. Mass is frequency times
+ *                                         weight
+ *   TAVIK_MAX_ITERATIONS, int             most iterations; default 30. None below 1
+ *   TAVIK_RETURN_USER, int []             write the clusters here (untouched on error) and return it
+ *   TAVIK_CLUSTER_MEANS, output Real **   centres, n_clusters rows: means of the members, weighted by mass, of each
+ *   TAVIK_CLUSTER_MEANS_USER, Real []     variable over those that have it; NaN where none has
+ *   TAVIK_CLUSTER_SSQ, output Real **     n_clusters: sums of squared distances from the members to their centre,
+ *   TAVIK_CLUSTER_SSQ_USER, Real []       weighted by mass
+ *   TAVIK_CLUSTER_COUNTS, output int **   n_clusters: numbers of observations, whatever their mass
+ *   TAVIK_CLUSTER_COUNTS_USER, int []
+ *   TAVIK_CLUSTER_HISTORY, int *, output int **     number of iterations, and the clusters of all observations after
+ *   TAVIK_CLUSTER_HISTORY_USER, int *, int []       each, row by row: as many rows are filled, and the array has
+ *                                                   max_iterations. Iterations are counted up to the last, in which
+ *                                                   nothing moves
+ * Of an output in both forms, the one given last is written. With an error nothing is written, except that a user's
+ * history may hold anything.
+ *
+ * A missing value is left out of its observation's distances, and of its cluster's mean. A mean for which no member has
+ * a value is NaN; observations that have one are not moved there. Observations with infinite values stay
+ * where the seeds have put them. Where distances to two clusters are equal, the one with the smaller number is taken first.
+ *
+ * Method: Hartigan and Wong 1979, in which stages of transfers to any cluster whose surroundings have changed alternate
+ * with stages of transfers between an observation's two closest clusters. Observations that bounds on the movement of
+ * centres show to stay are passed over; no decision depends on that. Distances, means and sums are computed in double by
+ * both variants. Seeds are compared and sums formed in blocks on as many threads as OpenMP allows, and bounds are brought up
+ * to date on them; transfers follow each other on one. Results do not depend on the threads. A quick stage that rounding
+ * keeps moving ends after 500 passes. Memory besides input and result: O(n_observations + n_clusters x n_variables x threads).
+ *
+ * Warning: 3, 20084 clusters still changed in the last of max_iterations iterations.
+ *
+ * Errors:
+ *   5, 603    n_observations or n_variables below 1; a stride below 1
+ *   5, 601    a stride below n_variables               5, 20080  n_clusters below 2 or above n_observations
+ *   5, 20081  a frequency is not positive and finite   5, 20082  a weight, or the mass, is not (rows count from 0)
+ *   5, 20083  no observation is closest to a seed (clusters count from 1)
+ *   5, 20090, 5, 20091  a selected column is that of the frequencies, of the weights: they count as columns of their own
+ *                       behind those of x, the frequencies first
+ *   5, 20092 (5, 20093 with one of frequencies and weights, 5, 20094 with both)  a selected column outside the row
+ *   5, 201, 5, 202, 5, 203  memory is exhausted
+ *
+ *     double *means;
+ *     int *cluster = tavik_d_cluster_k_means(n, p, x, 3, seeds, TAVIK_CLUSTER_MEANS, &means, 0);
+ */
+TAVIK_API int *tavik_f_cluster_k_means(int n_observations, int n_variables, const float x[], int n_clusters,
+                                       const float cluster_seeds[], ...);
+TAVIK_API int *tavik_d_cluster_k_means(int n_observations, int n_variables, const double x[], int n_clusters,
+                                       const double cluster_seeds[], ...);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Probability

@@ -35,9 +35,14 @@ public:
     // The same for an array that the caller will release with tavik_free.
     template <class T> T *result(std::size_t n, const char *governed_by = nullptr)
     {
-        T *result = static_cast<T *>(take(n, sizeof(T), Use::result));
+        T *result = result_or_null<T>(n);
         if (result == nullptr) raise_exhausted(n, governed_by);
         return result;
+    }
+
+    template <class T> T *result_or_null(std::size_t n)
+    {
+        return static_cast<T *>(take(n, sizeof(T), Use::result));
     }
 
     // Makes a result the caller's.

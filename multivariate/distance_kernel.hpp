@@ -1,0 +1,111 @@
+// The distance kernels, written once. A file of a few lines compiles them for each instruction level; everything
+// here has internal linkage, so that no level's code can stand in for another's at link time.
+
+#include "distances.hpp"
+
+namespace tavik::multivariate {
+namespace {
+
+using V = double __attribute__((vector_size(lanes * sizeof(double))));
+using VMask = decltype(V{} < V{});
+
+inline V load(const double *from)
+{
+    V v;
+    __builtin_memcpy(&v, from, sizeof v);
+    return v;
+}
+
+inline void store(double *to, V v)
+{
+    __builtin_memcpy(to, &v, sizeof v);
+}
+
+inline bool any(VMask mask)
+{
+#ifdef __AVX2__
+    return __builtin_ia32_movmskpd256(__builtin_bit_cast(V, mask)) != 0;
+#else
+    return (mask[0] | mask[1] | mask[2] | mask[3]) != 0;
+#endif
+}
+
+template <class Real> void read_row_of(const Real *x, std::size_t n_variables, double *row)
+{
+    for (std::size_t j = 0; j < n_variables; ++j) row[j] = static_cast<double>(x[j]);
+}
+
+double to_one(const double *row, const double *centre, std::size_t padded_variables, bool complete)
+{
+    V sum = {};
+    const V zero = {};
+    for (std::size_t j = 0; j < padded_variables; j += lanes) {
+        const V x = load(row + j);
+        V difference = x - load(centre + j);
+        if (!complete) difference = x == x ? difference : zero;
+        sum = sum + difference * difference;
+    }
+    return (sum[0] + sum[1]) + (sum[2] + sum[3]);
+}
+
+// `vectors` vectors of clusters at once, so that their sums overlap.
+template <std::size_t vectors>
+inline void to_some(const double *row, const Centres &centres, bool complete, std::size_t cluster,
+                    double *distances)
+{
+    V sum[lanes][vectors] = {};
+    const double *centre = centres.by_variable + cluster;
+    for (std::size_t j = 0; j < centres.n_variables; j += lanes) {
+#pragma GCC unroll 4
+        for (std::size_t lane = 0; lane < lanes; ++lane, centre += centres.padded_clusters) {
+            if (j + lane >= centres.n_variables) break;
+            const double x = row[j + lane];
+            if (!complete && x != x) continue;
+            for (std::size_t v = 0; v < vectors; ++v) {
+                const V difference = V{x, x, x, x} - load(centre + v * lanes);
+                sum[lane][v] = sum[lane][v] + difference * difference;
+            }
+        }
+    }
+    for (std::size_t v = 0; v < vectors; ++v)
+        store(distances + cluster + v * lanes, (sum[0][v] + sum[1][v]) + (sum[2][v] + sum[3][v]));
+}
+
+void to_all(const double *row, const Centres &centres, bool complete, double *distances)
+{
+    std::size_t cluster = 0;
+    for (; cluster + 3 * lanes <= centres.padded_clusters; cluster += 3 * lanes)
+        to_some<3>(row, centres, complete, cluster, distances);
+    for (; cluster < centres.padded_clusters; cluster += lanes)
+        to_some<1>(row, centres, complete, cluster, distances);
+    for (cluster = centres.n_clusters; cluster < centres.padded_clusters; ++cluster)
+        distances[cluster] = __builtin_inf();
+}
+
+double find_below(const double *distances, const double *shares, std::size_t padded_clusters, double below,
+                  unsigned *found, std::size_t &n_found)
+{
+    constexpr double infinity = __builtin_inf();
+    V least = {infinity, infinity, infinity, infinity};
+    const V bound = {below, below, below, below};
+    n_found = 0;
+    for (std::size_t cluster = 0; cluster < padded_clusters; cluster += lanes) {
+        const V part = load(shares + cluster) * load(distances + cluster);
+        least = part < least ? part : least; // so NaN is passed over
+        const VMask is_below = part < bound;
+        if (__builtin_expect(any(is_below), 0)) {
+            for (std::size_t lane = 0; lane < lanes; ++lane) {
+                if (is_below[lane] != 0) found[n_found++] = static_cast<unsigned>(cluster + lane);
+            }
+        }
+    }
+    const double low = least[0] < least[1] ? least[0] : least[1],
+                 high = least[2] < least[3] ? least[2] : least[3];
+    return low < high ? low : high;
+}
+
+constexpr DistanceKernels kernels_of_this_level = {read_row_of<float>, read_row_of<double>, to_one, to_all,
+                                                   find_below};
+
+} // namespace
+} // namespace tavik::multivariate

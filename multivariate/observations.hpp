@@ -1,0 +1,123 @@
+// The observations that are clustered: the caller's rows, read where they are.
+#pragma once
+
+#include "distances.hpp"
+#include "k_means_options.hpp"
+
+#include "frame/parallel.hpp"
+#include "frame/workspace.hpp"
+
+#include <algorithm>
+
+namespace tavik::multivariate {
+
+constexpr int rows_per_piece = 4096;
+
+constexpr int count_pieces(int n_observations)
+{
+    return (n_observations - 1) / rows_per_piece + 1;
+}
+
+template <class Real> struct Observations {
+    const Real *x;
+    std::size_t stride;
+    int n;
+    std::size_t n_variables;
+    const Real *frequencies, *weights; // null: all 1
+    bool complete;                     // no value is NaN
+
+    void read(int i, double *row) const
+    {
+        read_row(x + static_cast<std::size_t>(i) * stride, n_variables, row);
+    }
+
+    double mass(int i) const
+    {
+        const double f = frequencies != nullptr ? frequencies[i] : 1;
+        return weights != nullptr ? f * weights[i] : f;
+    }
+
+    double least_mass() const
+    {
+        double least = mass(0);
+        for (int i = 1; has_masses() && i < n; ++i) least = std::min(least, mass(i));
+        return least;
+    }
+
+    double greatest_mass() const
+    {
+        double greatest = mass(0);
+        for (int i = 1; has_masses() && i < n; ++i) greatest = std::max(greatest, mass(i));
+        return greatest;
+    }
+
+private:
+    bool has_masses() const
+    {
+        return frequencies != nullptr || weights != nullptr;
+    }
+};
+
+// Cuts n rows into pieces that threads take in turn.
+template <class Body> void for_each_piece(int n, int threads, const Body &body)
+{
+    OrderedPieces pieces(count_pieces(n));
+    parallel(threads, [&](int thread) {
+        for (std::int64_t k = pieces.take(); k >= 0; k = pieces.take()) {
+            const auto first = static_cast<int>(k) * rows_per_piece;
+            body(thread, pieces, k, first, std::min(n - first, rows_per_piece) + first);
+        }
+    });
+}
+
+template <class Real> bool has_missing(const Observations<Real> &observations, int threads)
+{
+    std::atomic<bool> found{false};
+    for_each_piece(observations.n, threads, [&](int, OrderedPieces &, std::int64_t, int first, int end) {
+        bool missing = false;
+        for (int i = first; i < end; ++i) {
+            const Real *row = observations.x + static_cast<std::size_t>(i) * observations.stride;
+            for (std::size_t j = 0; j < observations.n_variables; ++j) missing |= row[j] != row[j];
+        }
+        if (missing) found.store(true, std::memory_order_relaxed);
+    });
+    return found.load();
+}
+
+inline void raise_no_memory(const char *name, int value, const char *other_name, int other)
+{
+    tavik_e1sti(1, value);
+    tavik_e1sti(2, other);
+    tavik_e1stl(1, name);
+    tavik_e1stl(2, other_name);
+    tavik_ermes(terminal, 202);
+}
+
+// Selected columns are copied side by side once, since every row is read many times. False, with an error, without
+// memory for that.
+template <class Real>
+bool observe(const Real *x, int n_observations, int n_variables, const DataOptions<Real> &options,
+             Workspace &workspace, Observations<Real> &observations)
+{
+    const auto n = static_cast<std::size_t>(n_observations), p = static_cast<std::size_t>(n_variables);
+    const auto stride = static_cast<std::size_t>(options.x_col_dim);
+    observations = {x, stride, n_observations, p, options.frequencies, options.weights, true};
+    if (options.variables != nullptr) {
+        Real *selected = n <= SIZE_MAX / p ? workspace.array_or_null<Real>(n * p) : nullptr;
+        if (selected == nullptr) {
+            raise_no_memory("n_observations", n_observations, "n_variables", n_variables);
+            return false;
+        }
+        for (std::size_t i = 0; i < n; ++i) {
+            for (std::size_t j = 0; j < p; ++j)
+                selected[i * p + j] = x[i * stride + static_cast<std::size_t>(options.variables[j])];
+        }
+        observations.x = selected;
+        observations.stride = p;
+    }
+    const std::int64_t values = static_cast<std::int64_t>(n_observations) * n_variables;
+    observations.complete = !has_missing(observations, thread_count(count_pieces(n_observations), values));
+    return true;
+}
+
+} // namespace tavik::multivariate
