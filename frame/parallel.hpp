@@ -7,7 +7,6 @@
 #include <atomic>
 #include <cstdint>
 #include <omp.h>
-#include <sched.h>
 
 namespace tavik {
 
@@ -19,14 +18,20 @@ int usable_threads();
 // Threads for work on `values` numbers that can be cut into `pieces`.
 int thread_count(std::int64_t pieces, std::int64_t values);
 
-// Waits for other threads: briefly at full speed, then leaving the processor to them. The runtime's own
-// barriers spin for milliseconds, which on a busy machine is time that the awaited thread does not get.
-template <class Condition> void wait_until(const Condition &condition)
+// Waits for other threads to bring a value about: briefly at full speed, then asleep. The runtime's own barriers spin
+// for milliseconds, which on a busy machine is time that the awaited thread does not get; and who yields there comes back
+// as late. Whoever changes the value must notify.
+template <class T, class Condition> void wait_until(const std::atomic<T> &value, const Condition &is_reached)
 {
-    constexpr int spins_before_yield = 200;
-    for (int spins = 0; !condition(); ++spins) {
-        if (spins < spins_before_yield) __builtin_ia32_pause();
-        else sched_yield();
+    constexpr int most_spins = 1000;
+    for (int spins = 0; spins < most_spins; ++spins) {
+        if (is_reached(value.load(std::memory_order_acquire))) return;
+        __builtin_ia32_pause();
+    }
+    for (;;) {
+        const T seen = value.load(std::memory_order_acquire);
+        if (is_reached(seen)) return;
+        value.wait(seen, std::memory_order_acquire);
     }
 }
 
@@ -35,8 +40,8 @@ class Meeting {
 public:
     void wait(int team_size)
     {
-        arrived_.fetch_add(1, std::memory_order_acq_rel);
-        wait_until([&] { return arrived_.load(std::memory_order_acquire) == team_size; });
+        if (arrived_.fetch_add(1, std::memory_order_acq_rel) + 1 == team_size) arrived_.notify_all();
+        else wait_until(arrived_, [&](int arrived) { return arrived == team_size; });
     }
 
 private:
@@ -81,12 +86,13 @@ public:
     // Waits until all pieces before this one are joined. They are in work, so this ends.
     void wait_for_turn(std::int64_t piece) const
     {
-        wait_until([&] { return turn_.load(std::memory_order_acquire) == piece; });
+        wait_until(turn_, [&](std::int64_t turn) { return turn == piece; });
     }
 
     void pass_turn(std::int64_t piece)
     {
         turn_.store(piece + 1, std::memory_order_release);
+        turn_.notify_all();
     }
 
 private:

@@ -30,22 +30,67 @@ inline bool any(VMask mask)
 #endif
 }
 
-template <class Real> void read_row_of(const Real *x, std::size_t n_variables, double *row)
+inline V load(const float *from)
 {
-    for (std::size_t j = 0; j < n_variables; ++j) row[j] = static_cast<double>(x[j]);
+    float __attribute__((vector_size(lanes * sizeof(float)))) v;
+    __builtin_memcpy(&v, from, sizeof v);
+    return __builtin_convertvector(v, V);
 }
 
-double to_one(const double *row, const double *centre, std::size_t padded_variables, bool complete)
+// The first n values, fewer than a vector has; the other lanes are 0.
+template <class Real> inline V load_some(const Real *from, std::size_t n)
+{
+    switch (n) {
+    case 1: return V{static_cast<double>(from[0])};
+    case 2: return V{static_cast<double>(from[0]), static_cast<double>(from[1])};
+    default:
+        return V{static_cast<double>(from[0]), static_cast<double>(from[1]), static_cast<double>(from[2])};
+    }
+}
+
+inline double add_up(V sum)
+{
+    return (sum[0] + sum[1]) + (sum[2] + sum[3]);
+}
+
+template <bool complete> inline void add_square(V x, const double *centre, V &sum)
+{
+    const V zero = {};
+    V difference = x - load(centre);
+    if constexpr (!complete) difference = x == x ? difference : zero;
+    sum = sum + difference * difference;
+}
+
+template <class Real, bool complete>
+inline Pair to_two_centres(const Real *x, std::size_t n_variables, const double *a, const double *b)
+{
+    V sum_a = {}, sum_b = {};
+    std::size_t j = 0;
+    for (; j + lanes <= n_variables; j += lanes) {
+        const V v = load(x + j);
+        add_square<complete>(v, a + j, sum_a);
+        add_square<complete>(v, b + j, sum_b);
+    }
+    if (j < n_variables) {
+        const V v = load_some(x + j, n_variables - j);
+        add_square<complete>(v, a + j, sum_a);
+        add_square<complete>(v, b + j, sum_b);
+    }
+    return {add_up(sum_a), add_up(sum_b)};
+}
+
+template <class Real>
+Pair to_two(const Real *x, const Centres &centres, std::size_t a, std::size_t b, bool complete)
+{
+    return complete ? to_two_centres<Real, true>(x, centres.n_variables, centres.row(a), centres.row(b))
+                    : to_two_centres<Real, false>(x, centres.n_variables, centres.row(a), centres.row(b));
+}
+
+double between(const double *a, const double *b, std::size_t padded_variables)
 {
     V sum = {};
-    const V zero = {};
-    for (std::size_t j = 0; j < padded_variables; j += lanes) {
-        const V x = load(row + j);
-        V difference = x - load(centre + j);
-        if (!complete) difference = x == x ? difference : zero;
-        sum = sum + difference * difference;
-    }
-    return (sum[0] + sum[1]) + (sum[2] + sum[3]);
+    for (std::size_t j = 0; j < padded_variables; j += lanes) add_square<true>(load(a + j), b + j, sum);
+    return add_up(sum);
 }
 
 // `vectors` vectors of clusters at once, so that their sums overlap.
@@ -104,7 +149,7 @@ double find_below(const double *distances, const double *shares, std::size_t pad
     return low < high ? low : high;
 }
 
-constexpr DistanceKernels kernels_of_this_level = {read_row_of<float>, read_row_of<double>, to_one, to_all,
+constexpr DistanceKernels kernels_of_this_level = {to_two<float>, to_two<double>, to_all, between,
                                                    find_below};
 
 } // namespace

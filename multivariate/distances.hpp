@@ -21,6 +21,11 @@ struct Centres {
     double *rows;        // n_clusters x padded_variables
     double *by_variable; // n_variables x padded_clusters
 
+    std::size_t rows_size() const
+    {
+        return n_clusters * padded_variables;
+    }
+
     double *row(std::size_t cluster) const
     {
         return rows + cluster * padded_variables;
@@ -33,14 +38,20 @@ struct Centres {
     }
 };
 
+struct Pair {
+    double a, b;
+};
+
+// `complete` says that no value of the observation is NaN; otherwise such values are passed over.
 struct DistanceKernels {
-    // Copies an observation; padding of the row stays as it is.
-    void (*read_f)(const float *x, std::size_t n_variables, double *row);
-    void (*read_d)(const double *x, std::size_t n_variables, double *row);
-    // `complete` says that no value of the row is NaN. Otherwise such values are passed over.
-    double (*to_one)(const double *row, const double *centre, std::size_t padded_variables, bool complete);
+    // From an observation to two centres.
+    Pair (*to_two_f)(const float *x, const Centres &centres, std::size_t a, std::size_t b, bool complete);
+    Pair (*to_two_d)(const double *x, const Centres &centres, std::size_t a, std::size_t b, bool complete);
+    // To all centres: `row` is the observation in double, padded.
     // `distances` has padded_clusters elements; those of padding are infinite.
     void (*to_all)(const double *row, const Centres &centres, bool complete, double *distances);
+    // Between two padded rows.
+    double (*between)(const double *a, const double *b, std::size_t padded_variables);
     // The least of shares x distances, and in `found` the clusters, in order, for which it is less than `below`.
     double (*find_below)(const double *distances, const double *shares, std::size_t padded_clusters,
                          double below, unsigned *found, std::size_t &n_found);
@@ -51,14 +62,14 @@ extern const DistanceKernels baseline_distance_kernels, avx2_distance_kernels;
 // Those for this processor.
 const DistanceKernels &distance_kernels();
 
-inline void read_row(const float *x, std::size_t n_variables, double *row)
+inline Pair to_two(const float *x, const Centres &centres, std::size_t a, std::size_t b, bool complete)
 {
-    distance_kernels().read_f(x, n_variables, row);
+    return distance_kernels().to_two_f(x, centres, a, b, complete);
 }
 
-inline void read_row(const double *x, std::size_t n_variables, double *row)
+inline Pair to_two(const double *x, const Centres &centres, std::size_t a, std::size_t b, bool complete)
 {
-    distance_kernels().read_d(x, n_variables, row);
+    return distance_kernels().to_two_d(x, centres, a, b, complete);
 }
 
 } // namespace tavik::multivariate

@@ -9,8 +9,8 @@ extern "C" int *tavik_d_cluster_k_means(int n_observations, int n_variables, con
     ArgumentList list;
     va_start(list.arguments, cluster_seeds);
     int *result = public_call<int *>("tavik_d_cluster_k_means", [&](Workspace &workspace, int *&membership) {
-        multivariate::l_cluster_k_means(n_observations, n_variables, x, n_clusters, cluster_seeds, list, workspace,
-                                        membership);
+        multivariate::l_cluster_k_means(n_observations, n_variables, x, n_clusters, cluster_seeds, list,
+                                        workspace, membership);
     });
     va_end(list.arguments);
     return result;

@@ -22,8 +22,7 @@ template <class Real> struct KMeansOutputs {
             if (output.pointer == nullptr || error_pending()) return output.array;
             return workspace.result<T>(size, governed_by);
         };
-        membership =
-            options.result != nullptr ? options.result : workspace.result<int>(n, "n_observations");
+        membership = options.result != nullptr ? options.result : workspace.result<int>(n, "n_observations");
         counts = array(options.counts, k, "n_clusters");
         sums_of_squares = array(options.sums_of_squares, k, "n_clusters");
         const std::size_t means_size = k * static_cast<std::size_t>(options.means_col_dim);
@@ -43,15 +42,15 @@ template <class Real> struct KMeansOutputs {
     }
 };
 
-template <class Real>
-void write_membership(const Partition<Real> &partition, int *membership)
+template <class Real> void write_membership(const Partition<Real> &partition, int *membership)
 {
     for (int i = 0; i < partition.observations.n; ++i) membership[i] = partition.cluster[i] + 1;
 }
 
 // Alternates the two stages. False when clusters still changed in the last iteration.
 template <class Real>
-bool iterate(Partition<Real> &partition, Transfers<Real> &transfers, int max_iterations, int *history, int &n_iterations)
+bool iterate(Partition<Real> &partition, Transfers<Real> &transfers, int max_iterations, int *history,
+             int &n_iterations)
 {
     transfers.start();
     bool moved = true;

@@ -44,7 +44,9 @@ template <class Real> bool read_data_option(int code, OptionReader &reader, Data
 {
     switch (code) {
     case TAVIK_X_COL_DIM: options.x_col_dim = reader.integer(); return true;
-    case TAVIK_FREQUENCIES: options.frequencies = reader.pointer<const Real>("TAVIK_FREQUENCIES"); return true;
+    case TAVIK_FREQUENCIES:
+        options.frequencies = reader.pointer<const Real>("TAVIK_FREQUENCIES");
+        return true;
     case TAVIK_WEIGHTS: options.weights = reader.pointer<const Real>("TAVIK_WEIGHTS"); return true;
     case TAVIK_CLUSTER_VARIABLES:
         options.variables = reader.pointer<const int>("TAVIK_CLUSTER_VARIABLES");

@@ -26,9 +26,21 @@ template <class Real> struct Observations {
     const Real *frequencies, *weights; // null: all 1
     bool complete;                     // no value is NaN
 
-    void read(int i, double *row) const
+    const Real *row(int i) const
     {
-        read_row(x + static_cast<std::size_t>(i) * stride, n_variables, row);
+        return x + static_cast<std::size_t>(i) * stride;
+    }
+
+    // Into a row whose padding is not touched.
+    void read(int i, double *to) const
+    {
+        std::copy_n(row(i), n_variables, to);
+    }
+
+    void prefetch(int i) const
+    {
+        constexpr std::size_t line = 64 / sizeof(Real);
+        for (std::size_t j = 0; j < n_variables; j += line) __builtin_prefetch(row(i) + j);
     }
 
     double mass(int i) const
@@ -76,7 +88,7 @@ template <class Real> bool has_missing(const Observations<Real> &observations, i
     for_each_piece(observations.n, threads, [&](int, OrderedPieces &, std::int64_t, int first, int end) {
         bool missing = false;
         for (int i = first; i < end; ++i) {
-            const Real *row = observations.x + static_cast<std::size_t>(i) * observations.stride;
+            const Real *row = observations.row(i);
             for (std::size_t j = 0; j < observations.n_variables; ++j) missing |= row[j] != row[j];
         }
         if (missing) found.store(true, std::memory_order_relaxed);

@@ -64,7 +64,7 @@ struct MemberSums {
 template <class Real> struct Partition {
     Observations<Real> observations;
     Centres centres;
-    MemberSums sums; // the values of each cluster are not kept up to date when a member moves
+    MemberSums sums;         // the values of each cluster are not kept up to date when a member moves
     int *cluster, *second;   // of each observation: its cluster, and the one that it would go to
     MemberSums *thread_sums; // and what else a thread needs for a sweep over the observations
     double *thread_rows, *thread_distances;
@@ -80,7 +80,7 @@ template <class Real> struct Partition {
         threads = thread_count(count_pieces(observations.n), static_cast<std::int64_t>(n * p));
         const auto n_threads = static_cast<std::size_t>(threads);
         cluster = workspace.array_or_null<int>(2 * n);
-        centres.rows = workspace.array_or_null<double>(k * centres.padded_variables);
+        centres.rows = workspace.array_or_null<double>(centres.rows_size());
         centres.by_variable = workspace.array_or_null<double>(p * centres.padded_clusters);
         thread_sums = workspace.array_or_null<MemberSums>(n_threads);
         thread_rows = workspace.array_or_null<double>(n_threads * centres.padded_variables);
@@ -93,10 +93,20 @@ template <class Real> struct Partition {
             if (!thread_sums[t].prepare(k, p, observations.complete, workspace)) return false;
         }
         second = cluster + n;
-        std::fill_n(centres.rows, k * centres.padded_variables, 0.0);
+        std::fill_n(centres.rows, centres.rows_size(), 0.0);
         std::fill_n(centres.by_variable, p * centres.padded_clusters, 0.0);
         std::fill_n(thread_rows, n_threads * centres.padded_variables, 0.0);
         return true;
+    }
+
+    std::size_t own(int i) const
+    {
+        return static_cast<std::size_t>(cluster[i]);
+    }
+
+    std::size_t next(int i) const
+    {
+        return static_cast<std::size_t>(second[i]);
     }
 
     double *row_of_thread(int thread) const
@@ -113,14 +123,15 @@ template <class Real> struct Partition {
     // a distance that is NaN counts as infinite.
     void assign()
     {
-        for_each_piece(observations.n, threads, [&](int thread, OrderedPieces &, std::int64_t, int first, int end) {
-            double *row = row_of_thread(thread), *distances = distances_of_thread(thread);
-            for (int i = first; i < end; ++i) {
-                observations.read(i, row);
-                distance_kernels().to_all(row, centres, observations.complete, distances);
-                set_closest(distances, i);
-            }
-        });
+        for_each_piece(observations.n, threads,
+                       [&](int thread, OrderedPieces &, std::int64_t, int first, int end) {
+                           double *row = row_of_thread(thread), *distances = distances_of_thread(thread);
+                           for (int i = first; i < end; ++i) {
+                               observations.read(i, row);
+                               distance_kernels().to_all(row, centres, observations.complete, distances);
+                               set_closest(distances, i);
+                           }
+                       });
     }
 
     // Sums the members of all clusters up, in pieces of fixed size that are joined in their order.
@@ -157,22 +168,19 @@ template <class Real> struct Partition {
     void sum_squares(double *squares) const
     {
         std::fill_n(squares, centres.n_clusters, 0.0);
-        for_each_piece(
-            observations.n, threads,
-            [&](int thread, OrderedPieces &pieces, std::int64_t piece, int first, int end) {
-                double *row = row_of_thread(thread), *own = thread_sums[thread].values;
-                std::fill_n(own, centres.n_clusters, 0.0);
-                for (int i = first; i < end; ++i) {
-                    const auto c = static_cast<std::size_t>(cluster[i]);
-                    observations.read(i, row);
-                    own[c] += observations.mass(i) *
-                              distance_kernels().to_one(row, centres.row(c), centres.padded_variables,
-                                                        observations.complete);
-                }
-                pieces.wait_for_turn(piece);
-                for (std::size_t c = 0; c < centres.n_clusters; ++c) squares[c] += own[c];
-                pieces.pass_turn(piece);
-            });
+        for_each_piece(observations.n, threads,
+                       [&](int thread, OrderedPieces &pieces, std::int64_t piece, int first, int end) {
+                           double *own = thread_sums[thread].values;
+                           std::fill_n(own, centres.n_clusters, 0.0);
+                           for (int i = first; i < end; ++i) {
+                               const auto c = static_cast<std::size_t>(cluster[i]);
+                               own[c] += observations.mass(i) *
+                                         to_two(observations.row(i), centres, c, c, observations.complete).a;
+                           }
+                           pieces.wait_for_turn(piece);
+                           for (std::size_t c = 0; c < centres.n_clusters; ++c) squares[c] += own[c];
+                           pieces.pass_turn(piece);
+                       });
     }
 
     double mass_of_variable(std::size_t c, std::size_t variable) const

@@ -24,9 +24,12 @@ public:
         shares_ = workspace.array_or_null<double>(centres.padded_clusters);
         bookkeeping_ = workspace.array_or_null<Bookkeeping>(centres.n_clusters);
         found_ = workspace.array_or_null<unsigned>(centres.padded_clusters);
-        anchors_ = workspace.array_or_null<double>(centres.n_clusters * centres.padded_variables);
+        const int most_listed = std::min(n_, rows_listed_by_threads);
+        listed_ = workspace.array_or_null<int>(static_cast<std::size_t>(most_listed));
+        n_listed_ = workspace.array_or_null<int>(static_cast<std::size_t>(count_pieces(most_listed)));
         return own_until_ != nullptr && shares_ != nullptr && bookkeeping_ != nullptr && found_ != nullptr &&
-               anchors_ != nullptr;
+               listed_ != nullptr && n_listed_ != nullptr && drift_.prepare(centres, workspace) &&
+               drift_of_cycles_.prepare(centres, workspace);
     }
 
     // All clusters are live, nothing is known of any slack.
@@ -34,29 +37,28 @@ public:
     {
         const Observations<Real> &observations = partition_->observations;
         others_until_ = own_until_ + n_;
-        forget_slacks();
+        forget(own_until_);
+        forget(others_until_);
         std::fill_n(shares_, partition_->centres.padded_clusters, 1.0);
-        std::fill_n(bookkeeping_, partition_->centres.n_clusters, Bookkeeping{0, 0, 0, true});
-        step_ = optimal_step_ = n_;
-        n_looked_at_ = n_;
+        std::fill_n(bookkeeping_, partition_->centres.n_clusters, Bookkeeping{0, 0, 0, 0, 0, true});
+        cycle_ = optimal_cycle_ = n_;
+        const auto rows = static_cast<std::int64_t>(n_);
+        const auto work = rows * static_cast<std::int64_t>(partition_->centres.rows_size());
+        optimal_course_ = Course(work >= least_work_of_threads ? partition_->threads : 1);
+        quick_course_ = Course(rows >= least_rows_of_threads ? partition_->threads : 1);
         least_mass_ = observations.least_mass();
         greatest_mass_ = observations.greatest_mass();
-        drift_.start(partition_->centres, anchors_);
+        drift_.start();
+        drift_of_cycles_.start();
     }
 
     // Every observation may go to any cluster. False when none went.
     bool optimal_stage()
     {
-        start_stage();
-        const bool refreshes = partition_->threads > 1 && n_looked_at_ > n_ / 8;
-        n_looked_at_ = 0;
-        bool moved = false;
-        for (int first = 0; first < n_; first += std::min(n_ - first, rows_refreshed)) {
-            const int end = first + std::min(n_ - first, rows_refreshed);
-            if (refreshes) refresh_slacks(first, end);
-            for (int i = first; i < end; ++i) moved |= look_at_all_clusters(i);
-        }
-        for (std::size_t c = 0; c < partition_->centres.n_clusters; ++c) bookkeeping_[c].quickly_changed = false;
+        const bool moved = go_through(Optimal{*this}, optimal_course_);
+        optimal_cycle_ += n_;
+        for (std::size_t c = 0; c < partition_->centres.n_clusters; ++c)
+            bookkeeping_[c].quickly_changed = false;
         return moved;
     }
 
@@ -64,16 +66,16 @@ public:
     void quick_stage()
     {
         for (int pass = 0; pass < most_quick_passes; ++pass) {
-            start_stage();
-            bool moved = false;
-            for (int i = 0; i < n_; ++i) moved |= look_at_two_clusters(i);
+            const bool moved = go_through(Quick{*this}, quick_course_);
             if (!moved) return;
         }
     }
 
 private:
     struct Bookkeeping {
-        double certain_mass;       // what the cluster's mass does not fall below while slacks hold
+        double certain_mass; // what the cluster's mass does not fall below while slacks hold
+        double root_of_loss,
+            root_of_gain;          // the roots of the factors of the losses, at most, and gains, at least
         std::int64_t changed;      // the step of the last change
         std::int64_t changed_live; // the same in steps of optimal stages
         bool quickly_changed;      // in the quick stage before
@@ -81,7 +83,10 @@ private:
 
     // Rounding can make observations change places for ever where they are equally far from two clusters.
     static constexpr int most_quick_passes = 500;
-    static constexpr int rows_refreshed = 8 * rows_per_piece;
+    static constexpr int rows_listed_by_threads = 32 * rows_per_piece, rows_listed_alone = 32; // at once
+    // Below, handing work to threads costs more than it saves.
+    static constexpr std::int64_t least_work_of_threads = std::int64_t{1} << 24,
+                                  least_rows_of_threads = std::int64_t{1} << 18;
 
     const Cluster &cluster(std::size_t c) const
     {
@@ -108,25 +113,204 @@ private:
         return cluster(c).mass / (cluster(c).mass + mass);
     }
 
-    double to_one(const double *row, std::size_t c) const
+    // Slacks as they are stored, and the drift that uses them up. Held by value, so that the compiler keeps it in
+    // registers while rows are gone through.
+    struct Slacks {
+        const double *own_until, *others_until;
+        const int *cluster, *second;
+        const double *drift, *drift_of_cycles; // of each centre
+        double drift_of_any;
+
+        // What is left until the observation may want to go to its second cluster.
+        double own(int i) const
+        {
+            return own_until[i] - (drift[cluster[i]] + drift[second[i]]);
+        }
+
+        // What is left until another cluster may be closer than the second.
+        double of_others(int i) const
+        {
+            return others_until[i] - (drift_of_cycles[second[i]] + drift_of_any);
+        }
+    };
+
+    Slacks slacks() const
     {
-        const Centres &centres = partition_->centres;
-        return distance_kernels().to_one(row, centres.row(c), centres.padded_variables,
-                                         partition_->observations.complete);
+        return {own_until_,
+                others_until_,
+                partition_->cluster,
+                partition_->second,
+                drift_.of_centres(),
+                drift_of_cycles_.of_centres(),
+                drift_of_cycles_.of_any()};
+    }
+
+    // What the two stages do with a row: how much drift is left until it must be looked at, and looking.
+    struct Optimal {
+        Transfers &transfers;
+
+        static double slack(const Slacks &slacks, int i)
+        {
+            return std::min(slacks.own(i), slacks.of_others(i));
+        }
+
+        void refresh(int i, double *row, double *distances) const
+        {
+            transfers.refresh_slacks(i, row, distances);
+        }
+
+        bool look(int i) const
+        {
+            return transfers.look_at_all_clusters(i);
+        }
+
+        void start() const
+        {
+            if (!transfers.drift_of_cycles_.start_stage()) transfers.forget(transfers.others_until_);
+        }
+    };
+
+    struct Quick {
+        Transfers &transfers;
+
+        static double slack(const Slacks &slacks, int i)
+        {
+            return slacks.own(i);
+        }
+
+        void refresh(int i, double *, double *) const
+        {
+            transfers.refresh_own_slack(i);
+        }
+
+        bool look(int i) const
+        {
+            return transfers.look_at_two_clusters(i);
+        }
+
+        void start() const
+        {
+        }
+    };
+
+    // How the passes of a stage go through the rows.
+    struct Course {
+        int threads = 1;
+        double margin =
+            0; // by how much the drift may grow before rows must be listed anew; alone, not at all
+
+        Course() = default;
+
+        explicit Course(int n_threads) : threads(n_threads), margin(n_threads > 1 ? infinity<double> : 0)
+        {
+        }
+    };
+
+    // Goes through all rows in their order. False when none moved.
+    template <class Stage> bool go_through(const Stage &stage, Course &course)
+    {
+        for (std::size_t c = 0; c < partition_->centres.n_clusters; ++c) set_certain_mass(c);
+        bool moved = false;
+        const int most_rows = course.threads > 1 ? rows_listed_by_threads : rows_listed_alone;
+        start_stage(stage);
+        for (int row = 0; row < n_;) {
+            const int end = row + std::min(n_ - row, most_rows);
+            if (course.threads > 1) {
+                start_stage(stage);
+                list(stage, course, row, end);
+            } else {
+                list_piece(stage, course, row, end, listed_, n_listed_[0]);
+            }
+            row = look_at_listed(stage, course, row, end, moved);
+        }
+        cycle_ += n_;
+        return moved;
+    }
+
+    template <class Stage> void start_stage(const Stage &stage)
+    {
+        if (!drift_.start_stage()) forget(own_until_);
+        stage.start();
+    }
+
+    // Lists the rows that must be looked at before the drift has grown by more than the margin, on all threads, which bring slacks
+    // up to date first where that saves a look.
+    template <class Stage> void list(const Stage &stage, const Course &course, int first_row, int end_row)
+    {
+        for_each_piece(end_row - first_row, course.threads,
+                       [&](int thread, OrderedPieces &, std::int64_t piece, int first, int end) {
+                           list_piece(stage, course, first_row + first, first_row + end, listed_ + first,
+                                      n_listed_[piece]);
+                           refresh_listed(stage, course, thread, listed_ + first, n_listed_[piece]);
+                       });
+    }
+
+    template <class Stage>
+    void list_piece(const Stage &stage, const Course &course, int first, int end, int *listed,
+                    int &n_listed) const
+    {
+        const Slacks slacks = this->slacks();
+        const double margin = course.margin;
+        int count = 0;
+        for (int i = first; i < end; ++i) {
+            listed[count] = i;
+            count += !(stage.slack(slacks, i) > margin);
+        }
+        n_listed = count;
+    }
+
+    template <class Stage>
+    void refresh_listed(const Stage &stage, const Course &course, int thread, int *listed, int &n_listed)
+    {
+        const Slacks slacks = this->slacks();
+        double *row = partition_->row_of_thread(thread), *distances = partition_->distances_of_thread(thread);
+        int count = 0;
+        for (int k = 0; k < n_listed; ++k) {
+            const int i = listed[k];
+            if (!(stage.slack(slacks, i) > 0)) stage.refresh(i, row, distances);
+            listed[count] = i;
+            count += !(stage.slack(slacks, i) > course.margin);
+        }
+        n_listed = count;
+    }
+
+    // Returns the row up to which the list has been good.
+    template <class Stage>
+    int look_at_listed(const Stage &stage, Course &course, int first_row, int end_row, bool &moved)
+    {
+        constexpr int rows_ahead = 8;
+        for (int piece = 0; piece < count_pieces(end_row - first_row); ++piece) {
+            const int *listed = listed_ + piece * rows_per_piece;
+            for (int k = 0; k < n_listed_[piece]; ++k) {
+                if (k + rows_ahead < n_listed_[piece])
+                    partition_->observations.prefetch(listed[k + rows_ahead]);
+                if (stage.slack(slacks(), listed[k]) > 0 || !stage.look(listed[k])) continue;
+                moved = true;
+                if (course.threads > 1 && growth() <= course.margin) continue;
+                if (course.threads > 1) course.margin = 2 * growth();
+                return listed[k] + 1;
+            }
+        }
+        if (course.threads > 1) course.margin = growth(); // is likely to do for the next rows
+        return end_row;
+    }
+
+    // The most that a slack has shrunk since the last list.
+    double growth() const
+    {
+        return 2 * std::max(drift_.since_start(), drift_of_cycles_.since_start());
     }
 
     bool look_at_all_clusters(int i)
     {
-        ++step_;
-        ++optimal_step_;
-        const double drift = drift_.now();
-        if (own_until_[i] > drift && others_until_[i] > drift) return false;
-        const auto own = static_cast<std::size_t>(partition_->cluster[i]);
+        step_ = cycle_ + i;
+        optimal_step_ = optimal_cycle_ + i;
+        const bool others_open = !(slacks().of_others(i) > 0);
+        const std::size_t own = partition_->own(i);
         if (cluster(own).count == 1) return false;
-        ++n_looked_at_;
-        if (others_until_[i] > drift) return compare_two(i, own, true);
+        if (!others_open) return compare_two(i, own, true);
 
-        auto second = static_cast<std::size_t>(partition_->second[i]);
+        std::size_t second = partition_->next(i);
         const Observations<Real> &observations = partition_->observations;
         double *row = partition_->row_of_thread(0), *distances = partition_->distances_of_thread(0);
         observations.read(i, row);
@@ -161,31 +345,30 @@ private:
             return true;
         }
         partition_->second[i] = static_cast<int>(second);
-        set_slacks(i, own, second, mass, to_own, to_second, rest);
+        set_slacks(i, own, second, to_own, to_second, rest);
         return false;
     }
 
     bool look_at_two_clusters(int i)
     {
-        ++step_;
-        if (own_until_[i] > drift_.now()) return false;
-        const auto own = static_cast<std::size_t>(partition_->cluster[i]),
-                   second = static_cast<std::size_t>(partition_->second[i]);
+        step_ = cycle_ + i;
+        const std::size_t own = partition_->own(i), second = partition_->next(i);
         if (!changed_within_a_cycle(own) && !changed_within_a_cycle(second)) return false;
         return cluster(own).count > 1 && compare_two(i, own, false);
     }
 
     bool compare_two(int i, std::size_t own, bool in_optimal_stage)
     {
-        const auto second = static_cast<std::size_t>(partition_->second[i]);
+        const std::size_t second = partition_->next(i);
         const Observations<Real> &observations = partition_->observations;
-        double *row = partition_->row_of_thread(0);
-        observations.read(i, row);
-        const double mass = observations.mass(i), to_own = to_one(row, own), to_second = to_one(row, second);
-        if (!(gain_factor(second, mass) * to_second < loss_factor(own, mass) * to_own)) {
-            own_until_[i] = own_slack(own, second, mass, to_own, to_second);
+        const double mass = observations.mass(i);
+        const Pair to = to_two(observations.row(i), partition_->centres, own, second, observations.complete);
+        if (!(gain_factor(second, mass) * to.b < loss_factor(own, mass) * to.a)) {
+            set_own_slack(i, own, second, to.a, to.b);
             return false;
         }
+        double *row = partition_->row_of_thread(0);
+        observations.read(i, row);
         move(i, own, second, row, mass);
         for (const std::size_t c : {own, second}) {
             if (in_optimal_stage) bookkeeping_[c].changed_live = optimal_step_;
@@ -201,10 +384,12 @@ private:
         for (const std::size_t c : {from, to}) {
             bookkeeping_[c].changed = step_;
             drift_.move(c);
+            drift_of_cycles_.move(c);
         }
         if (cluster(from).mass < bookkeeping_[from].certain_mass) {
             set_certain_mass(from);
-            drift_.lose();
+            drift_.lose(from);
+            drift_of_cycles_.lose(from);
         }
     }
 
@@ -217,63 +402,51 @@ private:
 
     // How far centres may move before an observation leaves its cluster for its second: the loss, at most, has to reach the
     // gain, at least. Both are squares of distances that change by the drift, times factors of the masses.
-    double own_slack(std::size_t own, std::size_t second, double mass, double to_own, double to_second) const
+    void set_own_slack(int i, std::size_t own, std::size_t second, double to_own, double to_second)
     {
-        const double certain = bookkeeping_[own].certain_mass;
-        const double factor = certain > mass ? std::sqrt(certain / (certain - mass)) : infinity<double>;
-        const double share = std::sqrt(shares_[second]);
+        const double factor = bookkeeping_[own].root_of_loss, share = bookkeeping_[second].root_of_gain;
         const double loss = factor * std::sqrt(to_own), gain = share * std::sqrt(to_second);
-        return drift_.until((gain - loss) / (factor + share), loss + gain);
+        own_until_[i] =
+            drift_.until_of_pair((gain - loss) / std::max(factor, share), loss + gain, own, second);
     }
 
     // The second slack: before another cluster than these can offer a smaller gain than the second. `rest` is the least
     // of shares times distances of the others.
-    void set_slacks(int i, std::size_t own, std::size_t second, double mass, double to_own, double to_second,
-                    double rest)
+    void set_slacks(int i, std::size_t own, std::size_t second, double to_own, double to_second, double rest)
     {
-        own_until_[i] = own_slack(own, second, mass, to_own, to_second);
+        set_own_slack(i, own, second, to_own, to_second);
         const double to_rest = std::sqrt(rest), root = std::sqrt(to_second);
         const bool has_others = partition_->centres.n_clusters > 2;
-        others_until_[i] =
-            has_others ? drift_.until((to_rest - root) / 2, to_rest + root) : infinity<double>;
+        others_until_[i] = has_others ? drift_of_cycles_.until_of_all(to_rest - root, to_rest + root, second)
+                                      : infinity<double>;
     }
 
-    // Computes the slacks that are used up. Only slacks change, and no decision depends on them.
-    void refresh_slacks(int first_row, int end_row)
+    // Bring slacks up to date. Only slacks change, and no decision depends on them.
+    void refresh_own_slack(int i)
     {
+        const std::size_t own = partition_->own(i), second = partition_->next(i);
         const Observations<Real> &observations = partition_->observations;
-        for_each_piece(end_row - first_row, partition_->threads,
-                       [&](int thread, OrderedPieces &, std::int64_t, int first, int end) {
-                           double *row = partition_->row_of_thread(thread);
-                           double *distances = partition_->distances_of_thread(thread);
-                           for (int i = first_row + first; i < first_row + end; ++i) refresh(observations, i, row, distances);
-                       });
+        const Pair to = to_two(observations.row(i), partition_->centres, own, second, observations.complete);
+        set_own_slack(i, own, second, to.a, to.b);
     }
 
-    void refresh(const Observations<Real> &observations, int i, double *row, double *distances)
+    void refresh_slacks(int i, double *row, double *distances)
     {
-        if (own_until_[i] > drift_.now() && others_until_[i] > drift_.now()) return;
-        const auto own = static_cast<std::size_t>(partition_->cluster[i]),
-                   second = static_cast<std::size_t>(partition_->second[i]);
-        observations.read(i, row);
-        distance_kernels().to_all(row, partition_->centres, observations.complete, distances);
+        if (slacks().of_others(i) > 0) return refresh_own_slack(i);
+        const std::size_t own = partition_->own(i), second = partition_->next(i);
+        partition_->observations.read(i, row);
+        distance_kernels().to_all(row, partition_->centres, partition_->observations.complete, distances);
         const double to_own = distances[own], to_second = distances[second];
         distances[own] = distances[second] = infinity<double>;
         std::size_t none = 0;
-        const double rest = distance_kernels().find_below(distances, shares_, partition_->centres.padded_clusters,
-                                                          -1, nullptr, none);
-        set_slacks(i, own, second, observations.mass(i), to_own, to_second, rest);
+        const double rest = distance_kernels().find_below(
+            distances, shares_, partition_->centres.padded_clusters, -1, nullptr, none);
+        set_slacks(i, own, second, to_own, to_second, rest);
     }
 
-    void start_stage()
+    void forget(double *slacks) const
     {
-        if (!drift_.start_stage()) forget_slacks();
-        for (std::size_t c = 0; c < partition_->centres.n_clusters; ++c) set_certain_mass(c);
-    }
-
-    void forget_slacks()
-    {
-        std::fill_n(own_until_, 2 * static_cast<std::size_t>(n_), -infinity<double>);
+        std::fill_n(slacks, n_, -infinity<double>);
     }
 
     // Large clusters seldom lose half of their members; small ones keep one.
@@ -285,19 +458,25 @@ private:
         const double now = mass >= large * greatest_mass_ ? mass / 2 : std::min(mass, least_mass_);
         certain = certain > mass ? now : std::max(certain, now); // a greater one would not spoil a slack
         shares_[c] = certain / (certain + greatest_mass_);
+        bookkeeping_[c].root_of_gain = std::sqrt(shares_[c]);
+        bookkeeping_[c].root_of_loss =
+            certain > greatest_mass_ ? std::sqrt(certain / (certain - greatest_mass_)) : infinity<double>;
     }
 
     Partition<Real> *partition_ = nullptr;
     int n_ = 0;
-    int n_looked_at_ = 0;     // in the last optimal stage
+    Course optimal_course_, quick_course_;
+    int *listed_ = nullptr, *n_listed_ = nullptr; // rows, piece by piece, and how many in each piece
     double *own_until_ = nullptr, *others_until_ = nullptr; // the drifts at which the slacks are used up
-    double *shares_ = nullptr; // of the distance to each cluster that a gain is at least, whatever the observation
+    double *shares_ =
+        nullptr; // of the distance to each cluster that a gain is at least, whatever the observation
     Bookkeeping *bookkeeping_ = nullptr;
     unsigned *found_ = nullptr;
-    double *anchors_ = nullptr;
-    std::int64_t step_ = 0, optimal_step_ = 0;
+    // Steps are rows gone through, also in optimal stages alone; cycles begin at these.
+    std::int64_t step_ = 0, optimal_step_ = 0, cycle_ = 0, optimal_cycle_ = 0;
     double least_mass_ = 1, greatest_mass_ = 1;
-    Drift drift_;
+    Drift drift_;           // in stages that are the passes
+    Drift drift_of_cycles_; // the same in stages from optimal stage to optimal stage
 };
 
 } // namespace tavik::multivariate

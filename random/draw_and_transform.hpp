@@ -16,14 +16,16 @@ class DrawnPieces {
 public:
     void publish()
     {
-        drawn_.fetch_add(1, std::memory_order_release);
+        state_.fetch_add(2, std::memory_order_release);
+        state_.notify_all();
     }
 
     // So many are drawn and not taken that they would leave the cache.
     bool far_ahead() const
     {
         constexpr std::int64_t most = 16;
-        return drawn_.load(std::memory_order_relaxed) - taken_.load(std::memory_order_relaxed) >= most;
+        return n_drawn(state_.load(std::memory_order_relaxed)) - taken_.load(std::memory_order_relaxed) >=
+               most;
     }
 
     // For the thread that draws, which must not wait for itself: a piece that is drawn, or -1.
@@ -31,7 +33,7 @@ public:
     {
         std::int64_t piece = taken_.load(std::memory_order_relaxed);
         do {
-            if (piece >= drawn_.load(std::memory_order_relaxed)) return -1;
+            if (piece >= n_drawn(state_.load(std::memory_order_relaxed))) return -1;
         } while (!taken_.compare_exchange_weak(piece, piece + 1, std::memory_order_relaxed));
         return piece;
     }
@@ -40,22 +42,30 @@ public:
     std::int64_t take()
     {
         const std::int64_t piece = taken_.fetch_add(1, std::memory_order_relaxed);
-        bool ended = false;
-        wait_until([&] {
-            ended = ended_.load(std::memory_order_acquire); // before the count, which it makes final
-            return ended || drawn_.load(std::memory_order_acquire) > piece;
-        });
-        return drawn_.load(std::memory_order_acquire) > piece ? piece : -1;
+        wait_until(state_, [&](std::int64_t state) { return has_ended(state) || n_drawn(state) > piece; });
+        return n_drawn(state_.load(std::memory_order_acquire)) > piece ? piece : -1;
     }
 
     void end()
     {
-        ended_.store(true, std::memory_order_release);
+        state_.fetch_or(ended_bit, std::memory_order_release);
+        state_.notify_all();
     }
 
 private:
-    alignas(64) std::atomic<std::int64_t> drawn_{0};
-    std::atomic<bool> ended_{false};
+    static constexpr std::int64_t ended_bit = 1;
+
+    static bool has_ended(std::int64_t state)
+    {
+        return (state & ended_bit) != 0;
+    }
+
+    static std::int64_t n_drawn(std::int64_t state)
+    {
+        return state / 2;
+    }
+
+    alignas(64) std::atomic<std::int64_t> state_{0}; // twice the pieces that are drawn, and a bit for the end
     alignas(64) std::atomic<std::int64_t> taken_{0};
 };
 
