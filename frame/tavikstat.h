@@ -112,6 +112,7 @@ enum tavik_option {
     TAVIK_CLUSTER_COUNTS = 15760,
     TAVIK_CLUSTER_OUTPUT_C_USER = 15770,
     TAVIK_CLUSTER_COUNTS_USER = 15770,
+    TAVIK_CLUSTER_TRIALS = 15780,
     TAVIK_SIGNAL_TRAPPING = 16042,
     TAVIK_REGRESSION_OUTPUT_D = 16068,
     TAVIK_R_FACTOR = 16068,
@@ -867,7 +868,9 @@ TAVIK_API void tavik_random_MT64_table_set(const uint64_t table[]);
 TAVIK_API float *tavik_f_regression(int n_rows, int n_independent, const float x[], const float y[], ...);
 TAVIK_API double *tavik_d_regression(int n_rows, int n_independent, const double x[], const double y[], ...);
 
-/* ---- Multivariate analysis ---- */
+/* ------------------------------------------------------------------------------------------------------------
+ * Multivariate analysis
+ * --------------------------------------------------------------------------------------------------------- */
 
 /**
  * K-means clustering: partitions observations into clusters so that the sum of squared distances from the observations
@@ -939,6 +942,46 @@ TAVIK_API int *tavik_f_cluster_k_means(int n_observations, int n_variables, cons
                                        const float cluster_seeds[], ...);
 TAVIK_API int *tavik_d_cluster_k_means(int n_observations, int n_variables, const double x[], int n_clusters,
                                        const double cluster_seeds[], ...);
+
+/**
+ * Seeds for tavik_f_cluster_k_means / tavik_d_cluster_k_means: n_clusters of the observations, drawn so that they
+ * lie far apart.
+ *
+ * The first seed is drawn with a probability proportional to its mass, each further one proportional to its mass times
+ * its squared distance from the closest seed so far. So a seed always differs from those before.
+ *
+ * @param n_observations  number of observations, at least 1.
+ * @param n_variables     number of variables, at least 1.
+ * @param x               n_observations rows, not changed. NaN marks a missing value: it is left out of distances, and a
+ *                        seed gets the variable's mean, weighted by mass, for it. An observation with an infinite
+ *                        value is never a seed.
+ * @param n_clusters      number of seeds, 2 to n_observations.
+ *
+ * @return the seeds, n_clusters rows of n_variables values. A new array, released with tavik_free. NULL on error.
+ *
+ * Options:
+ *   TAVIK_X_COL_DIM, TAVIK_CLUSTER_VARIABLES, TAVIK_FREQUENCIES, TAVIK_WEIGHTS    as for the clustering
+ *   TAVIK_CLUSTER_SEEDS_COL_DIM, int      row stride of the seeds; default n_variables
+ *   TAVIK_CLUSTER_TRIALS, int             observations drawn for each seed, at least 1, of which the one is taken that
+ *                                         leaves the smallest sum of squared distances; default 2 and the natural
+ *                                         logarithm of n_clusters, rounded down. 1 is the plain method
+ *   TAVIK_RETURN_USER, Real []            write the seeds here (untouched on error, padding always) and return it
+ *
+ * Method: k-means++, Arthur and Vassilvitskii 2007. Each draw takes one uniform of the thread's generator, in both variants
+ * one of type double: the seeds depend on the data and the generator's state only, not on the number of threads.
+ *
+ * Errors: 5, 603 n_observations, n_variables, trials or a stride below 1; 5, 601, 5, 20080, 5, 20081, 5, 20082,
+ * 5, 20090 to 20094 and memory as for the clustering; 5, 20085 there are fewer observations that differ than seeds;
+ * those of tavik_d_random_uniform when it cannot draw.
+ *
+ *     tavik_random_seed_set(1);
+ *     double *seeds = tavik_d_cluster_seeds(n, p, x, 3, 0);
+ *     int *cluster = tavik_d_cluster_k_means(n, p, x, 3, seeds, 0);
+ */
+TAVIK_API float *tavik_f_cluster_seeds(int n_observations, int n_variables, const float x[], int n_clusters,
+                                       ...);
+TAVIK_API double *tavik_d_cluster_seeds(int n_observations, int n_variables, const double x[], int n_clusters,
+                                        ...);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Probability

@@ -109,13 +109,7 @@ void l_cluster_k_means(int n_observations, int n_variables, const Real *x, int n
     Transfers<Real> transfers;
     if (!observe(x, n_observations, n_variables, options.data, workspace, observations)) return;
     if (!partition.prepare(observations, n_clusters, workspace) || !transfers.prepare(partition, workspace)) {
-        tavik_e1sti(1, n_observations);
-        tavik_e1sti(2, n_variables);
-        tavik_e1sti(3, n_clusters);
-        tavik_e1stl(1, "n_observations");
-        tavik_e1stl(2, "n_variables");
-        tavik_e1stl(3, "n_clusters");
-        tavik_ermes(terminal, 203);
+        raise_no_memory(n_observations, n_variables, n_clusters);
         return;
     }
     if (!out.prepare(n_observations, n_clusters, options, workspace)) return;

@@ -105,6 +105,17 @@ inline void raise_no_memory(const char *name, int value, const char *other_name,
     tavik_ermes(terminal, 202);
 }
 
+inline void raise_no_memory(int n_observations, int n_variables, int n_clusters)
+{
+    tavik_e1sti(1, n_observations);
+    tavik_e1sti(2, n_variables);
+    tavik_e1sti(3, n_clusters);
+    tavik_e1stl(1, "n_observations");
+    tavik_e1stl(2, "n_variables");
+    tavik_e1stl(3, "n_clusters");
+    tavik_ermes(terminal, 203);
+}
+
 // Selected columns are copied side by side once, since every row is read many times. False, with an error, without
 // memory for that.
 template <class Real>
