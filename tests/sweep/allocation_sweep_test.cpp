@@ -127,6 +127,23 @@ template <class Real, class Regression> void *with_deletion(Regression regressio
     });
 }
 
+// With every output, and a column that is selected.
+template <class Real, class Cluster> void *with_clusters(Cluster cluster, const Real *x, const Real *mass)
+{
+    const int column[] = {1};
+    Real *means, *squares;
+    int *counts, *history, n_iterations;
+    void *found = cluster(3, 1, x, 2, x, TAVIK_X_COL_DIM, 2, TAVIK_CLUSTER_VARIABLES, column,
+                          TAVIK_FREQUENCIES, mass, TAVIK_CLUSTER_MEANS, &means, TAVIK_CLUSTER_SSQ, &squares,
+                          TAVIK_CLUSTER_COUNTS, &counts, TAVIK_CLUSTER_HISTORY, &n_iterations, &history, 0);
+    for (void *output : {static_cast<void *>(means), static_cast<void *>(squares),
+                         static_cast<void *>(counts), static_cast<void *>(history)}) {
+        EXPECT_EQ(output == nullptr, found == nullptr);
+        tavik_free(output);
+    }
+    return found;
+}
+
 const std::vector<Case> &cases()
 {
     static const std::vector<Case> all = {
@@ -135,6 +152,8 @@ const std::vector<Case> &cases()
         {"tavik_ctime", done(tavik_ctime)},
         {"tavik_d_aligned_malloc", [] { return tavik_d_aligned_malloc(3, 5); }, Without::null},
         {"tavik_d_beta_incomplete", done([] { tavik_d_beta_incomplete(0.5, 2, 3); })},
+        {"tavik_d_cluster_k_means", [] { return with_clusters(tavik_d_cluster_k_means, d, d_mass); }},
+        {"tavik_d_cluster_seeds", [] { return tavik_d_cluster_seeds(3, 1, d, 2, 0); }},
         {"tavik_d_machine", done([] { tavik_d_machine(4); })},
         {"tavik_d_omp_roundup", done([] { tavik_d_omp_roundup(9); })},
         {"tavik_d_random_normal", [] { return tavik_d_random_normal(3, 0); }},
@@ -181,6 +200,8 @@ const std::vector<Case> &cases()
         {"tavik_error_type", done(tavik_error_type)},
         {"tavik_f_aligned_malloc", [] { return tavik_f_aligned_malloc(3, 5); }, Without::null},
         {"tavik_f_beta_incomplete", done([] { tavik_f_beta_incomplete(0.5f, 2, 3); })},
+        {"tavik_f_cluster_k_means", [] { return with_clusters(tavik_f_cluster_k_means, f, f_mass); }},
+        {"tavik_f_cluster_seeds", [] { return tavik_f_cluster_seeds(3, 1, f, 2, 0); }},
         {"tavik_f_machine", done([] { tavik_f_machine(4); })},
         {"tavik_f_omp_roundup", done([] { tavik_f_omp_roundup(9); })},
         {"tavik_f_random_normal", [] { return tavik_f_random_normal(3, 0); }},
