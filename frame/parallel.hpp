@@ -19,8 +19,8 @@ int usable_threads();
 int thread_count(std::int64_t pieces, std::int64_t values);
 
 // Waits for other threads to bring a value about: briefly at full speed, then asleep. The runtime's own barriers spin
-// for milliseconds, which on a busy machine is time that the awaited thread does not get; and who yields there comes back
-// as late. Whoever changes the value must notify.
+// for milliseconds, which on a busy machine is time that the awaited thread does not get; and who yields there comes
+// back as late. Whoever changes the value must notify.
 template <class T, class Condition> void wait_until(const std::atomic<T> &value, const Condition &is_reached)
 {
     constexpr int most_spins = 1000;

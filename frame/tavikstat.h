@@ -873,8 +873,8 @@ TAVIK_API double *tavik_d_regression(int n_rows, int n_independent, const double
  * --------------------------------------------------------------------------------------------------------- */
 
 /**
- * K-means clustering: partitions observations into clusters so that the sum of squared distances from the observations
- * to the centres of their clusters is so small that no transfer of one observation makes it smaller.
+ * K-means clustering: partitions observations into clusters so that the sum of squared distances from the
+ * observations to the centres of their clusters is so small that no transfer of one observation makes it smaller.
  *
  * @param n_observations  number of observations, at least 1.
  * @param n_variables     number of variables, at least 1.
@@ -905,23 +905,26 @@ TAVIK_API double *tavik_d_regression(int n_rows, int n_independent, const double
  *   TAVIK_CLUSTER_SSQ_USER, Real []       weighted by mass
  *   TAVIK_CLUSTER_COUNTS, output int **   n_clusters: numbers of observations, whatever their mass
  *   TAVIK_CLUSTER_COUNTS_USER, int []
- *   TAVIK_CLUSTER_HISTORY, int *, output int **     number of iterations, and the clusters of all observations after
- *   TAVIK_CLUSTER_HISTORY_USER, int *, int []       each, row by row: as many rows are filled, and the array has
+ *   TAVIK_CLUSTER_HISTORY, int *, output int **     number of iterations, and the clusters of all observations
+ *   TAVIK_CLUSTER_HISTORY_USER, int *, int []       after each, row by row: as many rows are filled, and the array has
  *                                                   max_iterations. Iterations are counted up to the last, in which
  *                                                   nothing moves
  * Of an output in both forms, the one given last is written. With an error nothing is written, except that a user's
  * history may hold anything.
  *
- * A missing value is left out of its observation's distances, and of its cluster's mean. A mean for which no member has
- * a value is NaN; observations that have one are not moved there. Observations with infinite values stay
- * where the seeds have put them. Where distances to two clusters are equal, the one with the smaller number is taken first.
+ * A missing value is left out of its observation's distances, and of its cluster's mean. A mean for which no
+ * member has a value is NaN; observations that have one are not moved there. Observations with infinite values
+ * stay where the seeds have put them, and no observation is closest to a seed with NaN where the observation has a
+ * value. Where distances to two clusters are equal, the one with the smaller number is taken first.
  *
- * Method: Hartigan and Wong 1979, in which stages of transfers to any cluster whose surroundings have changed alternate
- * with stages of transfers between an observation's two closest clusters. Observations that bounds on the movement of
- * centres show to stay are passed over; no decision depends on that. Distances, means and sums are computed in double by
- * both variants. Seeds are compared and sums formed in blocks on as many threads as OpenMP allows, and bounds are brought up
- * to date on them; transfers follow each other on one. Results do not depend on the threads. A quick stage that rounding
- * keeps moving ends after 500 passes. Memory besides input and result: O(n_observations + n_clusters x n_variables x threads).
+ * Method: Hartigan and Wong 1979, in which stages of transfers to any cluster whose surroundings have changed
+ * alternate with stages of transfers between an observation's two closest clusters, as long as observations move
+ * there; every 500 passes such a stage ends if that has not made the sum of squares smaller, which rounding can
+ * bring about. Observations that bounds on the movement of centres show to stay are passed over; no decision
+ * depends on that. Distances, means and sums are computed in double by both variants. Seeds are compared and sums
+ * formed in blocks on as many threads as OpenMP allows, and bounds are brought up to date on them; transfers
+ * follow each other on one. Results do not depend on the threads. Memory besides input and result:
+ * O(n_observations + n_clusters x n_variables x threads).
  *
  * Warning: 3, 20084 clusters still changed in the last of max_iterations iterations.
  *
@@ -930,8 +933,8 @@ TAVIK_API double *tavik_d_regression(int n_rows, int n_independent, const double
  *   5, 601    a stride below n_variables               5, 20080  n_clusters below 2 or above n_observations
  *   5, 20081  a frequency is not positive and finite   5, 20082  a weight, or the mass, is not (rows count from 0)
  *   5, 20083  no observation is closest to a seed (clusters count from 1)
- *   5, 20090, 5, 20091  a selected column is that of the frequencies, of the weights: they count as columns of their own
- *                       behind those of x, the frequencies first
+ *   5, 20090, 5, 20091  a selected column is that of the frequencies, of the weights: they count as columns of
+ *                       their own behind those of x, the frequencies first
  *   5, 20092 (5, 20093 with one of frequencies and weights, 5, 20094 with both)  a selected column outside the row
  *   5, 201, 5, 202, 5, 203  memory is exhausted
  *
@@ -947,14 +950,14 @@ TAVIK_API int *tavik_d_cluster_k_means(int n_observations, int n_variables, cons
  * Seeds for tavik_f_cluster_k_means / tavik_d_cluster_k_means: n_clusters of the observations, drawn so that they
  * lie far apart.
  *
- * The first seed is drawn with a probability proportional to its mass, each further one proportional to its mass times
- * its squared distance from the closest seed so far. So a seed always differs from those before.
+ * The first seed is drawn with a probability proportional to its mass, each further one proportional to its mass
+ * times its squared distance from the closest seed so far. So a seed always differs from those before.
  *
  * @param n_observations  number of observations, at least 1.
  * @param n_variables     number of variables, at least 1.
- * @param x               n_observations rows, not changed. NaN marks a missing value: it is left out of distances, and a
- *                        seed gets the variable's mean, weighted by mass, for it. An observation with an infinite
- *                        value is never a seed.
+ * @param x               n_observations rows, not changed. NaN marks a missing value: it is left out of
+ *                        distances, and a seed gets the variable's mean, weighted by mass, for it. An observation
+ *                        with an infinite value is never a seed.
  * @param n_clusters      number of seeds, 2 to n_observations.
  *
  * @return the seeds, n_clusters rows of n_variables values. A new array, released with tavik_free. NULL on error.
@@ -962,16 +965,17 @@ TAVIK_API int *tavik_d_cluster_k_means(int n_observations, int n_variables, cons
  * Options:
  *   TAVIK_X_COL_DIM, TAVIK_CLUSTER_VARIABLES, TAVIK_FREQUENCIES, TAVIK_WEIGHTS    as for the clustering
  *   TAVIK_CLUSTER_SEEDS_COL_DIM, int      row stride of the seeds; default n_variables
- *   TAVIK_CLUSTER_TRIALS, int             observations drawn for each seed, at least 1, of which the one is taken that
- *                                         leaves the smallest sum of squared distances; default 2 and the natural
- *                                         logarithm of n_clusters, rounded down. 1 is the plain method
+ *   TAVIK_CLUSTER_TRIALS, int             observations drawn for each seed, at least 1, of which the one is taken
+ *                                         that leaves the smallest sum of squared distances; default 2 and the
+ *                                         natural logarithm of n_clusters, rounded down. 1 is the plain method
  *   TAVIK_RETURN_USER, Real []            write the seeds here (untouched on error, padding always) and return it
  *
- * Method: k-means++, Arthur and Vassilvitskii 2007. Each draw takes one uniform of the thread's generator, in both variants
- * one of type double: the seeds depend on the data and the generator's state only, not on the number of threads.
+ * Method: k-means++, Arthur and Vassilvitskii 2007. Each draw takes one uniform of the thread's generator, in
+ * both variants one of type double: the seeds depend on the data and the generator's state only, not on the
+ * number of threads.
  *
  * Errors: 5, 603 n_observations, n_variables, trials or a stride below 1; 5, 601, 5, 20080, 5, 20081, 5, 20082,
- * 5, 20090 to 20094 and memory as for the clustering; 5, 20085 there are fewer observations that differ than seeds;
+ * 5, 20090 to 20094 and memory as for the clustering; 5, 20085 fewer observations differ than there are seeds;
  * those of tavik_d_random_uniform when it cannot draw.
  *
  *     tavik_random_seed_set(1);

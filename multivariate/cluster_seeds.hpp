@@ -1,5 +1,5 @@
-// Seeds for a k-means clustering, by the k-means++ rule of Arthur and Vassilvitskii (2007): observations, each drawn with
-// a probability proportional to its mass times its squared distance from the closest seed so far. Of several
+// Seeds for a k-means clustering, by the k-means++ rule of Arthur and Vassilvitskii (2007): observations, each drawn
+// with a probability proportional to its mass times its squared distance from the closest seed so far. Of several
 // that are drawn for each seed, the one is taken that leaves the smallest sum of such squares.
 #pragma once
 
@@ -102,7 +102,7 @@ public:
             double u = 0;
             tavik_drnun(1, &u);
             if (error_pending()) return true;
-            set_candidate(t, row_at(u * total));
+            set_candidate(t, row_at(std::min(u * total, largest_number<double>)));
         }
         const std::size_t best = best_candidate();
         std::transform(candidates_.row(best), candidates_.row(best) + observations_.n_variables, seed,
@@ -131,12 +131,15 @@ private:
 
     double probability(int i) const
     {
-        return observations_.mass(i) * (std::isinf(squares_[i]) ? 1 : squares_[i]);
+        return observations_.mass(i) * (overflow_ ? std::isinf(squares_[i]) : squares_[i]);
     }
 
-    // Sums of the probabilities, piece by piece.
-    double sum_up() const
+    // Sums of the probabilities, piece by piece. Before the first seed all squares are infinite; where some are
+    // later, since they overflow, the others count as nothing beside them.
+    double sum_up()
     {
+        overflow_ = std::any_of(squares_, squares_ + observations_.n,
+                                [](double square) { return std::isinf(square); });
         for_each_piece(observations_.n, threads_,
                        [&](int, OrderedPieces &, std::int64_t piece, int first, int end) {
                            double sum = 0;
@@ -148,14 +151,15 @@ private:
         return total;
     }
 
-    // The row in which the sum of the probabilities passes a value; rounding must not lead to one that cannot be drawn.
+    // The row in which the sum of the probabilities passes a value; rounding must not lead to one that cannot be
+    // drawn.
     int row_at(double value) const
     {
         int piece = 0, last = -1;
         const int last_piece = count_pieces(observations_.n) - 1;
         double sum = 0;
         while (piece < last_piece && sum + piece_sums_[piece] < value) sum += piece_sums_[piece++];
-        for (; last < 0 || piece <= last_piece; ++piece) {
+        for (; piece <= last_piece; ++piece) {
             const int first = piece * rows_per_piece,
                       end = std::min(observations_.n - first, rows_per_piece) + first;
             for (int i = first; i < end; ++i) {
@@ -221,6 +225,7 @@ private:
         nullptr; // of the distance from each observation to the closest seed; infinite without one
     double *piece_sums_ = nullptr, *left_ = nullptr, *means_ = nullptr, *thread_memory_ = nullptr;
     std::size_t thread_size_ = 0;
+    bool overflow_ = false; // some squares are infinite
 };
 
 template <class Real>
@@ -234,8 +239,9 @@ void l_cluster_seeds(int n_observations, int n_variables, const Real *x, int n_c
     Observations<Real> observations{};
     SeedSearch<Real> search;
     if (!observe(x, n_observations, n_variables, options.data, workspace, observations)) return;
-    const auto stride = static_cast<std::size_t>(options.seeds_col_dim),
-               k = static_cast<std::size_t>(n_clusters);
+    const auto k = static_cast<std::size_t>(n_clusters),
+               users_stride = static_cast<std::size_t>(options.seeds_col_dim);
+    const std::size_t stride = options.result != nullptr ? observations.n_variables : users_stride;
     Real *seeds = workspace.result<Real>(k * stride, "n_clusters");
     if (seeds == nullptr) return;
     if (!search.prepare(observations, options.trials, workspace)) {
@@ -256,7 +262,7 @@ void l_cluster_seeds(int n_observations, int n_variables, const Real *x, int n_c
         return;
     }
     for (std::size_t c = 0; c < k; ++c)
-        std::copy_n(seeds + c * stride, observations.n_variables, options.result + c * stride);
+        std::copy_n(seeds + c * stride, observations.n_variables, options.result + c * users_stride);
     result = options.result;
 }
 

@@ -1,10 +1,10 @@
 // How far cluster centres can have moved: with that, what was certain about an observation stays certain for a while.
 //
 // Whoever has computed an observation's distances knows its slack: how far the centres concerned may move before a
-// decision about it can change. A slack is stored as the drift at which it will be used up; while the drift is
-// less, the observation need not be looked at, and decisions stay those of looking. The triangle inequality bounds the
-// drift: within a stage by the farthest that a centre has been from where it was when the stage began, its anchor, and
-// over stages by the sum of the distances from anchor to anchor.
+// decision about it can change. A slack is stored as the drift at which it will be used up; while the drift is less,
+// the observation need not be looked at, and decisions stay those of looking. The triangle inequality bounds the
+// drift: within a stage by the farthest that a centre has been from where it was when the stage began, its anchor,
+// and over stages by the sum of the distances from anchor to anchor.
 #pragma once
 
 #include "distances.hpp"
@@ -37,7 +37,8 @@ public:
         set_anchors();
     }
 
-    // The drift of each centre, and of whichever it is that has moved farthest. That of some centres is the sum of theirs.
+    // The drift of each centre, and of whichever it is that has moved farthest. That of some centres is the sum of
+    // theirs.
     const double *of_centres() const
     {
         return now_;
@@ -84,9 +85,9 @@ public:
         for (std::size_t cluster = 0; cluster < centres_->n_clusters; ++cluster) {
             const double distance = from_anchor(cluster);
             farthest = std::max(farthest, distance);
-            set(bounds_[cluster], {bounds_[cluster].sum + distance, 0}, now_[cluster]);
+            set(bounds_[cluster], {sum_of(bounds_[cluster].sum, distance), 0}, now_[cluster]);
         }
-        set(any_, {any_.sum + farthest, 0}, now_any_);
+        set(any_, {sum_of(any_.sum, farthest), 0}, now_any_);
         set_anchors();
         if (std::isfinite(any_.sum)) return true;
         forget();
@@ -97,6 +98,12 @@ private:
     struct Bound {
         double sum, reach; // from anchor to anchor, and from the last one
     };
+
+    // Rounded upwards, for there may be many stages.
+    static double sum_of(double sum, double distance)
+    {
+        return (sum + distance) * (1 + 2 * epsilon<double>);
+    }
 
     void set(Bound &bound, Bound value, double &now) const
     {
@@ -114,8 +121,9 @@ private:
 
     double until(double slack, double scale, const Bound &a, const Bound &b) const
     {
+        constexpr double least_scale = 1e-140; // squares of less lose digits, or vanish
         const double drift = slack - rounding_ * scale + (a.sum - a.reach) + (b.sum - b.reach);
-        return std::isnan(drift) ? -infinity<double> : drift;
+        return std::isnan(drift) || !(scale > least_scale) ? -infinity<double> : drift;
     }
 
     void extend(std::size_t cluster, double distance)
@@ -130,8 +138,8 @@ private:
         std::copy_n(centres_->rows, centres_->rows_size(), anchors_);
     }
 
-    // Towards a mean that is NaN every distance is NaN, so nothing comes closer to it; a mean that is NaN no longer may
-    // be anywhere.
+    // Towards a mean that is NaN every distance is NaN, so nothing comes closer to it; a mean that is NaN no longer
+    // may be anywhere.
     double from_anchor(std::size_t cluster) const
     {
         const double *centre = centres_->row(cluster),

@@ -1,9 +1,10 @@
 // K-means clustering: from the caller's seeds to a partition that no transfer of a single observation improves.
 //
-// assign() takes every observation to the closest seed, the transfer stages move observations one by one, and the outputs
-// are formed anew from the members. Methods: partition.hpp, transfers.hpp, drift.hpp.
+// assign() takes every observation to the closest seed, the transfer stages move observations one by one, and the
+// outputs are formed anew from the members. Methods: partition.hpp, transfers.hpp, drift.hpp.
 #pragma once
 
+#include "k_means_options.hpp"
 #include "transfers.hpp"
 
 namespace tavik::multivariate {
@@ -11,7 +12,6 @@ namespace tavik::multivariate {
 template <class Real> struct KMeansOutputs {
     int *membership, *counts, *history;
     Real *means, *sums_of_squares;
-    double *squares; // as they are summed up
 
     // The caller's arrays, or new ones. False, with an error, without memory.
     bool prepare(int n_observations, int n_clusters, const KMeansOptions<Real> &options, Workspace &workspace)
@@ -29,7 +29,6 @@ template <class Real> struct KMeansOutputs {
         means = array(options.means, means_size, "n_clusters");
         if (means != nullptr && options.means.pointer != nullptr) // the padding of its rows
             std::fill_n(means, means_size, Real{0});
-        squares = sums_of_squares != nullptr ? workspace.array<double>(k, "n_clusters") : nullptr;
         if (error_pending()) return false;
 
         history = options.history.array;
@@ -86,9 +85,10 @@ void write_outputs(Partition<Real> &partition, const KMeansOutputs<Real> &out, s
         std::transform(partition.centres.row(c), partition.centres.row(c) + p, out.means + c * means_stride,
                        [](double mean) { return static_cast<Real>(mean); });
     if (out.sums_of_squares != nullptr) {
-        partition.sum_squares(out.squares);
-        std::transform(out.squares, out.squares + k, out.sums_of_squares,
-                       [](double sum) { return static_cast<Real>(sum); });
+        partition.sum_squares();
+        const double scale = partition.observations.mass_scale;
+        std::transform(partition.squares, partition.squares + k, out.sums_of_squares,
+                       [scale](double sum) { return static_cast<Real>(sum / scale); });
     }
     for (std::size_t c = 0; out.counts != nullptr && c < k; ++c)
         out.counts[c] = static_cast<int>(partition.sums.clusters[c].count);

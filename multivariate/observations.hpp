@@ -1,13 +1,14 @@
 // The observations that are clustered: the caller's rows, read where they are.
 #pragma once
 
+#include "data_options.hpp"
 #include "distances.hpp"
-#include "k_means_options.hpp"
 
 #include "frame/parallel.hpp"
 #include "frame/workspace.hpp"
 
 #include <algorithm>
+#include <cmath>
 
 namespace tavik::multivariate {
 
@@ -25,6 +26,7 @@ template <class Real> struct Observations {
     std::size_t n_variables;
     const Real *frequencies, *weights; // null: all 1
     bool complete;                     // no value is NaN
+    double mass_scale; // a power of two that keeps sums of masses in range; decisions are the same
 
     const Real *row(int i) const
     {
@@ -45,8 +47,17 @@ template <class Real> struct Observations {
 
     double mass(int i) const
     {
-        const double f = frequencies != nullptr ? frequencies[i] : 1;
-        return weights != nullptr ? f * weights[i] : f;
+        if (!has_masses()) return 1;
+        return std::max(unscaled_mass(i) * mass_scale, smallest_normal<double>);
+    }
+
+    // Extreme masses are scaled to about 1.
+    void set_mass_scale()
+    {
+        double greatest = 0;
+        for (int i = 0; has_masses() && i < n; ++i) greatest = std::max(greatest, unscaled_mass(i));
+        const bool extreme = greatest > 1e100 || (greatest > 0 && greatest < 1e-100);
+        mass_scale = extreme ? std::ldexp(1.0, -std::ilogb(greatest)) : 1;
     }
 
     double least_mass() const
@@ -64,6 +75,12 @@ template <class Real> struct Observations {
     }
 
 private:
+    double unscaled_mass(int i) const
+    {
+        const double f = frequencies != nullptr ? frequencies[i] : 1;
+        return weights != nullptr ? f * weights[i] : f;
+    }
+
     bool has_masses() const
     {
         return frequencies != nullptr || weights != nullptr;
@@ -124,7 +141,8 @@ bool observe(const Real *x, int n_observations, int n_variables, const DataOptio
 {
     const auto n = static_cast<std::size_t>(n_observations), p = static_cast<std::size_t>(n_variables);
     const auto stride = static_cast<std::size_t>(options.x_col_dim);
-    observations = {x, stride, n_observations, p, options.frequencies, options.weights, true};
+    observations = {x, stride, n_observations, p, options.frequencies, options.weights, true, 1};
+    observations.set_mass_scale();
     if (options.variables != nullptr) {
         Real *selected = n <= SIZE_MAX / p ? workspace.array_or_null<Real>(n * p) : nullptr;
         if (selected == nullptr) {

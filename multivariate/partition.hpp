@@ -68,6 +68,7 @@ template <class Real> struct Partition {
     int *cluster, *second;   // of each observation: its cluster, and the one that it would go to
     MemberSums *thread_sums; // and what else a thread needs for a sweep over the observations
     double *thread_rows, *thread_distances;
+    double *squares; // n_clusters
     int threads;
 
     // False without memory.
@@ -80,14 +81,15 @@ template <class Real> struct Partition {
         threads = thread_count(count_pieces(observations.n), static_cast<std::int64_t>(n * p));
         const auto n_threads = static_cast<std::size_t>(threads);
         cluster = workspace.array_or_null<int>(2 * n);
+        squares = workspace.array_or_null<double>(k);
         centres.rows = workspace.array_or_null<double>(centres.rows_size());
         centres.by_variable = workspace.array_or_null<double>(p * centres.padded_clusters);
         thread_sums = workspace.array_or_null<MemberSums>(n_threads);
         thread_rows = workspace.array_or_null<double>(n_threads * centres.padded_variables);
         thread_distances = workspace.array_or_null<double>(n_threads * centres.padded_clusters);
-        if (cluster == nullptr || centres.rows == nullptr || centres.by_variable == nullptr ||
-            thread_sums == nullptr || thread_rows == nullptr || thread_distances == nullptr ||
-            !sums.prepare(k, p, observations.complete, workspace))
+        if (cluster == nullptr || squares == nullptr || centres.rows == nullptr ||
+            centres.by_variable == nullptr || thread_sums == nullptr || thread_rows == nullptr ||
+            thread_distances == nullptr || !sums.prepare(k, p, observations.complete, workspace))
             return false;
         for (int t = 0; t < threads; ++t) {
             if (!thread_sums[t].prepare(k, p, observations.complete, workspace)) return false;
@@ -119,8 +121,8 @@ template <class Real> struct Partition {
         return thread_distances + static_cast<std::size_t>(thread) * centres.padded_clusters;
     }
 
-    // Assigns every observation to the closest centre, and notes the second closest. A tie is won by the smaller number;
-    // a distance that is NaN counts as infinite.
+    // Assigns every observation to the closest centre, and notes the second closest. A tie is won by the smaller
+    // number; a distance that is NaN counts as infinite.
     void assign()
     {
         for_each_piece(observations.n, threads,
@@ -164,8 +166,17 @@ template <class Real> struct Partition {
         }
     }
 
-    // Within-cluster sums of squares about the centres.
-    void sum_squares(double *squares) const
+    // The objective: all sums of squares about the centres.
+    double sum_of_squares() const
+    {
+        sum_squares();
+        double sum = 0;
+        for (std::size_t c = 0; c < centres.n_clusters; ++c) sum += squares[c];
+        return sum;
+    }
+
+    // Within-cluster sums of squares about the centres, into `squares`.
+    void sum_squares() const
     {
         std::fill_n(squares, centres.n_clusters, 0.0);
         for_each_piece(observations.n, threads,

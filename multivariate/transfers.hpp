@@ -1,9 +1,9 @@
 // The two stages of the transfer method (Hartigan and Wong 1979), extended by masses and missing values.
 //
 // A stage looks at one observation after another and moves it where that makes the objective smaller; every decision
-// depends on the moves before, so stages are sequential. Two things save most of the work without changing a decision:
-// an observation is passed over while its slacks show that nothing can change (drift.hpp), and with several threads the
-// slacks of the next rows are brought up to date by all of them before the stage goes over these rows.
+// depends on the moves before, so stages are sequential. Two things save most of the work without changing a
+// decision: an observation is passed over while its slacks show that nothing can change (drift.hpp), and with several
+// threads the slacks of the next rows are brought up to date by all of them before the stage goes over these rows.
 #pragma once
 
 #include "drift.hpp"
@@ -42,10 +42,9 @@ public:
         std::fill_n(shares_, partition_->centres.padded_clusters, 1.0);
         std::fill_n(bookkeeping_, partition_->centres.n_clusters, Bookkeeping{0, 0, 0, 0, 0, true});
         cycle_ = optimal_cycle_ = n_;
-        const auto rows = static_cast<std::int64_t>(n_);
-        const auto work = rows * static_cast<std::int64_t>(partition_->centres.rows_size());
+        const double work = static_cast<double>(n_) * static_cast<double>(partition_->centres.rows_size());
         optimal_course_ = Course(work >= least_work_of_threads ? partition_->threads : 1);
-        quick_course_ = Course(rows >= least_rows_of_threads ? partition_->threads : 1);
+        quick_course_ = Course(n_ >= least_rows_of_threads ? partition_->threads : 1);
         least_mass_ = observations.least_mass();
         greatest_mass_ = observations.greatest_mass();
         drift_.start();
@@ -65,9 +64,14 @@ public:
     // Observations move between their two clusters until none does any more.
     void quick_stage()
     {
-        for (int pass = 0; pass < most_quick_passes; ++pass) {
+        double sum_before = infinity<double>;
+        for (int pass = 1;; ++pass) {
             const bool moved = go_through(Quick{*this}, quick_course_);
             if (!moved) return;
+            if (pass % passes_to_check != 0) continue;
+            const double sum = partition_->sum_of_squares();
+            if (!(sum < sum_before)) return;
+            sum_before = sum;
         }
     }
 
@@ -81,12 +85,13 @@ private:
         bool quickly_changed;      // in the quick stage before
     };
 
-    // Rounding can make observations change places for ever where they are equally far from two clusters.
-    static constexpr int most_quick_passes = 500;
+    // Rounding can make observations change places for ever where they are equally far from two clusters. So after as
+    // many passes it is checked that the moves still make the objective smaller.
+    static constexpr int passes_to_check = 500;
     static constexpr int rows_listed_by_threads = 32 * rows_per_piece, rows_listed_alone = 32; // at once
     // Below, handing work to threads costs more than it saves.
-    static constexpr std::int64_t least_work_of_threads = std::int64_t{1} << 24,
-                                  least_rows_of_threads = std::int64_t{1} << 18;
+    static constexpr double least_work_of_threads = 1 << 24;
+    static constexpr int least_rows_of_threads = 1 << 18;
 
     const Cluster &cluster(std::size_t c) const
     {
@@ -105,7 +110,9 @@ private:
 
     double loss_factor(std::size_t c, double mass) const
     {
-        return cluster(c).mass / (cluster(c).mass - mass);
+        const double left = cluster(c).mass - mass;
+        return left > 0 ? cluster(c).mass / left
+                        : 0; // nobody leaves where rounding takes the others for nothing
     }
 
     double gain_factor(std::size_t c, double mass) const
@@ -168,6 +175,12 @@ private:
         {
             if (!transfers.drift_of_cycles_.start_stage()) transfers.forget(transfers.others_until_);
         }
+
+        // The most by which a slack has shrunk since.
+        double growth() const
+        {
+            return 2 * std::max(transfers.drift_.since_start(), transfers.drift_of_cycles_.since_start());
+        }
     };
 
     struct Quick {
@@ -191,6 +204,11 @@ private:
         void start() const
         {
         }
+
+        double growth() const
+        {
+            return 2 * transfers.drift_.since_start();
+        }
     };
 
     // How the passes of a stage go through the rows.
@@ -212,7 +230,7 @@ private:
         for (std::size_t c = 0; c < partition_->centres.n_clusters; ++c) set_certain_mass(c);
         bool moved = false;
         const int most_rows = course.threads > 1 ? rows_listed_by_threads : rows_listed_alone;
-        start_stage(stage);
+        if (course.threads == 1) start_stage(stage);
         for (int row = 0; row < n_;) {
             const int end = row + std::min(n_ - row, most_rows);
             if (course.threads > 1) {
@@ -233,8 +251,8 @@ private:
         stage.start();
     }
 
-    // Lists the rows that must be looked at before the drift has grown by more than the margin, on all threads, which bring slacks
-    // up to date first where that saves a look.
+    // Lists the rows that must be looked at before the drift has grown by more than the margin, on all threads, which
+    // bring slacks up to date first where that saves a look.
     template <class Stage> void list(const Stage &stage, const Course &course, int first_row, int end_row)
     {
         for_each_piece(end_row - first_row, course.threads,
@@ -286,19 +304,13 @@ private:
                     partition_->observations.prefetch(listed[k + rows_ahead]);
                 if (stage.slack(slacks(), listed[k]) > 0 || !stage.look(listed[k])) continue;
                 moved = true;
-                if (course.threads > 1 && growth() <= course.margin) continue;
-                if (course.threads > 1) course.margin = 2 * growth();
+                if (course.threads > 1 && stage.growth() <= course.margin) continue;
+                if (course.threads > 1) course.margin = 2 * stage.growth();
                 return listed[k] + 1;
             }
         }
-        if (course.threads > 1) course.margin = growth(); // is likely to do for the next rows
+        if (course.threads > 1) course.margin = stage.growth(); // is likely to do for the next rows
         return end_row;
-    }
-
-    // The most that a slack has shrunk since the last list.
-    double growth() const
-    {
-        return 2 * std::max(drift_.since_start(), drift_of_cycles_.since_start());
     }
 
     bool look_at_all_clusters(int i)
@@ -400,8 +412,8 @@ private:
                                              found_, n_found);
     }
 
-    // How far centres may move before an observation leaves its cluster for its second: the loss, at most, has to reach the
-    // gain, at least. Both are squares of distances that change by the drift, times factors of the masses.
+    // How far centres may move before an observation leaves its cluster for its second: the loss, at most, has to
+    // reach the gain, at least. Both are squares of distances that change by the drift, times factors of the masses.
     void set_own_slack(int i, std::size_t own, std::size_t second, double to_own, double to_second)
     {
         const double factor = bookkeeping_[own].root_of_loss, share = bookkeeping_[second].root_of_gain;
@@ -410,8 +422,8 @@ private:
             drift_.until_of_pair((gain - loss) / std::max(factor, share), loss + gain, own, second);
     }
 
-    // The second slack: before another cluster than these can offer a smaller gain than the second. `rest` is the least
-    // of shares times distances of the others.
+    // The second slack: before another cluster than these can offer a smaller gain than the second. `rest` is the
+    // least of shares times distances of the others.
     void set_slacks(int i, std::size_t own, std::size_t second, double to_own, double to_second, double rest)
     {
         set_own_slack(i, own, second, to_own, to_second);
@@ -455,9 +467,11 @@ private:
         constexpr double large = 64;
         const double mass = cluster(c).mass;
         double &certain = bookkeeping_[c].certain_mass;
-        const double now = mass >= large * greatest_mass_ ? mass / 2 : std::min(mass, least_mass_);
+        const double now =
+            mass >= large * greatest_mass_ ? mass / 2 : std::max(0.0, std::min(mass, least_mass_));
         certain = certain > mass ? now : std::max(certain, now); // a greater one would not spoil a slack
-        shares_[c] = certain / (certain + greatest_mass_);
+        shares_[c] =
+            certain / (certain + greatest_mass_) * (1 - 4 * epsilon<double>); // rounding must not raise it
         bookkeeping_[c].root_of_gain = std::sqrt(shares_[c]);
         bookkeeping_[c].root_of_loss =
             certain > greatest_mass_ ? std::sqrt(certain / (certain - greatest_mass_)) : infinity<double>;

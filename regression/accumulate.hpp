@@ -2,8 +2,8 @@
 //
 // Many rows are cut into pieces by their number alone; a thread folds a piece into four factors side by side, and
 // pieces are merged in their order, so results do not depend on the number of threads. Few rows are folded into one
-// factor; when that shows columns which nearly depend on each other, they are folded again in long double, which costs
-// no time that matters and keeps all digits. Few rows of a stage, and rows to be deleted, always go that way.
+// factor; when that shows columns which nearly depend on each other, they are folded again in long double, which
+// costs no time that matters and keeps all digits. Few rows of a stage, and rows to be deleted, always go that way.
 #pragma once
 
 #include "fit.hpp"
@@ -32,8 +32,8 @@ inline std::size_t read_rows(const RowSource<double> &rows, std::int64_t &next, 
     return rotation_kernels().read_d(rows, next, end, most, padded, values, weights, weight_stride, tally);
 }
 
-// Up to this many rows times the square of the columns, rows are few; up to the second, so few that they are folded in
-// long double at once.
+// Up to this many rows times the square of the columns, rows are few; up to the second, so few that they are folded
+// in long double at once.
 constexpr std::size_t most_work_of_few = 65536, most_work_of_very_few = 256;
 
 constexpr std::int64_t rows_per_piece(std::size_t n_columns)
@@ -325,9 +325,9 @@ std::int64_t fold_directly(RowSource<Real> rows, std::int64_t n_rows, bool delet
     return -1;
 }
 
-// Data are taken relative to a value of each column, and an intercept makes up for it: where data lie close together but
-// far from zero, their differences are exact. The value is the least in magnitude of some rows spread over the call, so
-// that it is never large beside the others.
+// Data are taken relative to a value of each column, and an intercept makes up for it: where data lie close together
+// but far from zero, their differences are exact. The value is the least in magnitude of some rows spread over the
+// call, so that it is never large beside the others.
 template <class Real>
 bool find_shift(RowSource<Real> rows, std::int64_t n_rows, Fit &fit, Workspace &workspace)
 {

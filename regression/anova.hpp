@@ -38,8 +38,8 @@ enum Entry {
 };
 } // namespace anova
 
-// False when one of degrees of freedom and sums of squares is negative; that error is raised. NaN, which missing values
-// that were kept leave, may pass.
+// False when one of degrees of freedom and sums of squares is negative; that error is raised. NaN, which missing
+// values that were kept leave, may pass.
 template <class Real> bool check_sums(const Solution<Real> &solution, std::size_t c)
 {
     const struct {

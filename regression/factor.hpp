@@ -22,16 +22,16 @@ public:
 
     // Both use `row` up. Its elements before `first` are not looked at.
     void add_row(long double *row, long double weight, std::size_t first = 0);
-    // False when the row cannot have been added, because a sum of squares would become clearly negative; with few rows
-    // left, nothing is clear. What deletion leaves of a column below the rounding of what the column has been counts as
-    // nothing.
+    // False when the row cannot have been added, because a sum of squares would become clearly negative; with few
+    // rows left, nothing is clear. What deletion leaves of a column below the rounding of what the column has been
+    // counts as nothing.
     bool delete_row(long double *row, long double weight, bool few_left);
 
     // Adds the factor of a set of one, which starts from the same columns.
     void add(const FactorSet &other);
 
-    // At most `rows` rows are left: no more columns than that can have something of their own. Those that have the least,
-    // which is what rounding has left of them, lose it.
+    // At most `rows` rows are left: no more columns than that can have something of their own. Those that have the
+    // least, which is what rounding has left of them, lose it.
     void limit_rank(std::size_t rows);
 
     // Empties row i and folds what it says about later columns into their rows; column i is 0 from row i on.

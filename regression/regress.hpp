@@ -1,7 +1,7 @@
 // Linear regression by least squares, in one call or in stages.
 //
-// accumulate(rows) folds rows into a triangular factor by modified Givens rotations, solve() finds rank and coefficients
-// in it, and the outputs follow from both. Methods: rotations.hpp, factor.hpp, solution.hpp.
+// accumulate(rows) folds rows into a triangular factor by modified Givens rotations, solve() finds rank and
+// coefficients in it, and the outputs follow from both. Methods: rotations.hpp, factor.hpp, solution.hpp.
 #pragma once
 
 #include "accumulate.hpp"

@@ -10,8 +10,8 @@ using V = double __attribute__((vector_size(side_by_side * sizeof(double))));
 using VMask = decltype(V{} < V{});
 using F4 = float __attribute__((vector_size(side_by_side * sizeof(float))));
 
-// What rotations are set up with: V for four factors at a time, and for one S, of which only the first lane counts. So
-// both are selected by masks, without branches.
+// What rotations are set up with: V for four factors at a time, and for one S, of which only the first lane counts.
+// So both are selected by masks, without branches.
 using S = double __attribute__((vector_size(2 * sizeof(double))));
 using SMask = decltype(S{} < S{});
 
@@ -146,12 +146,12 @@ inline void exchange_rows(const Panel<T> &panel, std::size_t k, std::size_t i, s
     }
 }
 
-// A square below this counts as 0. What equal columns leave of each other shrinks from column to column by the rounding,
-// and must end before its reciprocal overflows.
+// A square below this counts as 0. What equal columns leave of each other shrinks from column to column by the
+// rounding, and must end before its reciprocal overflows.
 constexpr double least_square = 1e-280;
 
-// A pivot of the panel and its row up to the end of a block of `count` columns, while rows of a group meet it one after
-// the other.
+// A pivot of the panel and its row up to the end of a block of `count` columns, while rows of a group meet it one
+// after the other.
 template <class T, std::size_t count> struct Pivot {
     T p, x, reciprocal_p, reciprocal_x, r[count];
     double *p_at, *x_at, *reciprocal_p_at, *reciprocal_x_at, *r_at;
@@ -183,8 +183,8 @@ template <class T, std::size_t count> struct Pivot {
 };
 
 // Sets up the rotation of row k with pivot i of the panel and applies it to the `count` columns from the pivot's on.
-// Returns the lanes in which the two rows change places before. There is one division, and the multipliers do not wait
-// for it.
+// Returns the lanes in which the two rows change places before. There is one division, and the multipliers do not
+// wait for it.
 template <class T, std::size_t count>
 inline unsigned rotate(const Panel<T> &panel, std::size_t k, std::size_t i, Pivot<T, count> &pivot)
 {
@@ -222,9 +222,9 @@ inline unsigned rotate(const Panel<T> &panel, std::size_t k, std::size_t i, Pivo
     return exchanged;
 }
 
-// Rotations of a group of rows from row k on with pivot i and, after it, with those behind it up to the end of a block of
-// `count` columns. All rows meet a pivot before the first meets the next: only the pivot's own sum passes from row to row, so their
-// divisions overlap. Returns the lanes in which rows changed places.
+// Rotations of a group of rows from row k on with pivot i and, after it, with those behind it up to the end of a
+// block of `count` columns. All rows meet a pivot before the first meets the next: only the pivot's own sum passes
+// from row to row, so their divisions overlap. Returns the lanes in which rows changed places.
 template <class T, std::size_t count>
 inline unsigned rotate_block(const Panel<T> &panel, std::size_t k, std::size_t i)
 {
@@ -331,8 +331,8 @@ struct Strip {
     unsigned lane_bit;
 };
 
-// Applies the rotations of rows_at_once rows from row k on to the `vectors` vectors of a strip. The rows stay in registers from the
-// first pivot to the last, a pivot's row while all rows meet it.
+// Applies the rotations of rows_at_once rows from row k on to the `vectors` vectors of a strip. The rows stay in
+// registers from the first pivot to the last, a pivot's row while all rows meet it.
 template <std::size_t vectors, bool with_exchanges, std::size_t factors>
 inline void rotate_strip(const Strip &strip, std::size_t k)
 {
@@ -477,8 +477,8 @@ void fold_one(const FactorSet &factor, const Tile &tile, std::size_t n_rows, std
     fold<S>(factor, tile, n_rows, first_column);
 }
 
-// A value less its shift; an infinite one becomes NaN, since it would otherwise pass for a pivot beside which all other
-// rows vanish.
+// A value less its shift; an infinite one becomes NaN, since it would otherwise pass for a pivot beside which all
+// other rows vanish.
 template <class T> inline T shifted(T value, T shift)
 {
     return (value - shift) + (value - value);
@@ -514,8 +514,10 @@ template <class Real> inline bool take_row(const RowSource<Real> &rows, std::int
     bool complete = true;
     // The four parts of a piece are read in turns: the next turn's row is fetched in time.
     constexpr std::size_t line = 64 / sizeof(Real);
+    const auto ahead = reinterpret_cast<std::uintptr_t>(x) + rows_per_tile * rows.x_stride * sizeof(Real);
     for (std::size_t j = 0; j < rows.n_independent; j += line)
-        __builtin_prefetch(x + rows_per_tile * rows.x_stride + j);
+        __builtin_prefetch(
+            reinterpret_cast<const void *>(ahead + j * sizeof(Real))); // perhaps behind the last row
     if (rows.intercept) {
         *to++ = 1;
         ++shift;

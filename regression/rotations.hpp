@@ -13,7 +13,7 @@ namespace tavik::regression {
 
 constexpr std::size_t side_by_side = 4;   // factors in a set, and columns in a vector
 constexpr std::size_t rows_per_tile = 32; // of each factor
-constexpr std::size_t rows_in_flight = 8; // rows whose rotations are set up in a wavefront
+constexpr std::size_t rows_in_flight = 8; // rows that meet a pivot one after the other
 constexpr std::size_t rows_at_once = 4;   // rows to which they are applied together
 
 // Up to this many columns four factors are one panel, and all columns are rotated where rotations are set up. Wider
@@ -35,12 +35,13 @@ constexpr std::size_t padded_columns(std::size_t n)
     return n <= widest_single_panel ? whole_vectors(n) : ((n + line - 1) / line | 1) * line;
 }
 
-// One factor, or four of them; the index of the factor runs fastest in all but `behind`. Row i stands for d_i r_i r_i'
-// with scale factor d_i = p_i / r_ii. Rotations leave p_i as it is, so only exchanges change it. An empty row is 0.
+// One factor, or four of them; the index of the factor runs fastest in all but `behind`. Row i stands for d_i r_i
+// r_i' with scale factor d_i = p_i / r_ii. Rotations leave p_i as it is, so only exchanges change it. An empty row is
+// 0.
 struct FactorSet {
     std::size_t n, padded, panel;               // columns, those with padding, pivots in a panel
     double *p, *diagonal;                       // n each: p_i and r_ii
-    double *reciprocal_p, *reciprocal_diagonal; // of 0 it is 0
+    double *reciprocal_p, *reciprocal_diagonal; // of an empty row not used
     double *
         within; // n x panel_stride: r_ij for j behind i in the panel of i, at j less the panel's first column
     double *behind; // factor after factor, n x padded: r_ij for j behind the panel of i
@@ -131,8 +132,8 @@ struct RowTally {
 };
 
 struct RotationKernels {
-    // Reads rows from `next` on until `most` are used or `end` is reached, as consecutive rows of `padded` values; the
-    // weight of each goes to every weight_stride-th element. Moves `next` behind what was read.
+    // Reads rows from `next` on until `most` are used or `end` is reached, as consecutive rows of `padded` values;
+    // the weight of each goes to every weight_stride-th element. Moves `next` behind what was read.
     std::size_t (*read_f)(const RowSource<float> &rows, std::int64_t &next, std::int64_t end,
                           std::size_t most, std::size_t padded, double *values, double *weights,
                           std::size_t weight_stride, RowTally &tally);
