@@ -110,11 +110,10 @@ int main(int argc, char **argv)
     double *seeds = tavik_d_cluster_seeds(n, n_variables, x, n_clusters, 0);
     double *means, *squares;
     int *counts, n_iterations, *history;
-    int *cluster = seeds == NULL
-                       ? NULL
-                       : tavik_d_cluster_k_means(n, n_variables, x, n_clusters, seeds, TAVIK_CLUSTER_MEANS,
-                                                 &means, TAVIK_CLUSTER_SSQ, &squares, TAVIK_CLUSTER_COUNTS,
-                                                 &counts, TAVIK_CLUSTER_HISTORY, &n_iterations, &history, 0);
+    if (seeds == NULL) fail(argv[1], tavik_error_message());
+    int *cluster = tavik_d_cluster_k_means(n, n_variables, x, n_clusters, seeds, TAVIK_CLUSTER_MEANS, &means,
+                                           TAVIK_CLUSTER_SSQ, &squares, TAVIK_CLUSTER_COUNTS, &counts,
+                                           TAVIK_CLUSTER_HISTORY, &n_iterations, &history, 0);
     if (cluster == NULL) fail(argv[1], tavik_error_message());
 
     printf("%d earthquakes in %d clusters, found in %d iterations\n\n"

@@ -24,9 +24,8 @@ public:
         shares_ = workspace.array_or_null<double>(centres.padded_clusters);
         bookkeeping_ = workspace.array_or_null<Bookkeeping>(centres.n_clusters);
         found_ = workspace.array_or_null<unsigned>(centres.padded_clusters);
-        const int most_listed = std::min(n_, rows_listed_by_threads);
-        listed_ = workspace.array_or_null<int>(static_cast<std::size_t>(most_listed));
-        n_listed_ = workspace.array_or_null<int>(static_cast<std::size_t>(count_pieces(most_listed)));
+        listed_ = workspace.array_or_null<int>(n);
+        n_listed_ = workspace.array_or_null<int>(static_cast<std::size_t>(count_pieces(n_)));
         return own_until_ != nullptr && shares_ != nullptr && bookkeeping_ != nullptr && found_ != nullptr &&
                listed_ != nullptr && n_listed_ != nullptr && drift_.prepare(centres, workspace) &&
                drift_of_cycles_.prepare(centres, workspace);
@@ -43,8 +42,10 @@ public:
         std::fill_n(bookkeeping_, partition_->centres.n_clusters, Bookkeeping{0, 0, 0, 0, 0, true});
         cycle_ = optimal_cycle_ = n_;
         const double work = static_cast<double>(n_) * static_cast<double>(partition_->centres.rows_size());
-        optimal_course_ = Course(work >= least_work_of_threads ? partition_->threads : 1);
-        quick_course_ = Course(n_ >= least_rows_of_threads ? partition_->threads : 1);
+        // Slacks that threads bring up to date are good for few rows, where all clusters are looked at.
+        const int optimal_threads = work >= least_work_of_threads ? partition_->threads : 1;
+        optimal_course_ = {optimal_threads, optimal_threads > 1 ? 8 * rows_per_piece : n_, 1};
+        quick_course_ = {n_ >= least_rows_of_threads ? partition_->threads : 1, n_, 4};
         least_mass_ = observations.least_mass();
         greatest_mass_ = observations.greatest_mass();
         drift_.start();
@@ -54,6 +55,7 @@ public:
     // Every observation may go to any cluster. False when none went.
     bool optimal_stage()
     {
+        optimal_course_.is_listed = false; // slacks have changed in between, and drift
         const bool moved = go_through(Optimal{*this}, optimal_course_);
         optimal_cycle_ += n_;
         for (std::size_t c = 0; c < partition_->centres.n_clusters; ++c)
@@ -64,6 +66,7 @@ public:
     // Observations move between their two clusters until none does any more.
     void quick_stage()
     {
+        quick_course_.is_listed = false;
         double sum_before = infinity<double>;
         for (int pass = 1;; ++pass) {
             const bool moved = go_through(Quick{*this}, quick_course_);
@@ -77,9 +80,9 @@ public:
 
 private:
     struct Bookkeeping {
-        double certain_mass; // what the cluster's mass does not fall below while slacks hold
-        double root_of_loss,
-            root_of_gain;          // the roots of the factors of the losses, at most, and gains, at least
+        double certain_mass;       // what the cluster's mass does not fall below while slacks hold
+        double root_of_loss;       // at most the root of the factor of a loss
+        double root_of_gain;       // at least that of a gain
         std::int64_t changed;      // the step of the last change
         std::int64_t changed_live; // the same in steps of optimal stages
         bool quickly_changed;      // in the quick stage before
@@ -88,7 +91,6 @@ private:
     // Rounding can make observations change places for ever where they are equally far from two clusters. So after as
     // many passes it is checked that the moves still make the objective smaller.
     static constexpr int passes_to_check = 500;
-    static constexpr int rows_listed_by_threads = 32 * rows_per_piece, rows_listed_alone = 32; // at once
     // Below, handing work to threads costs more than it saves.
     static constexpr double least_work_of_threads = 1 << 24;
     static constexpr int least_rows_of_threads = 1 << 18;
@@ -111,8 +113,8 @@ private:
     double loss_factor(std::size_t c, double mass) const
     {
         const double left = cluster(c).mass - mass;
-        return left > 0 ? cluster(c).mass / left
-                        : 0; // nobody leaves where rounding takes the others for nothing
+        if (!(left > 0)) return 0; // nobody leaves where rounding takes the others for nothing
+        return cluster(c).mass / left;
     }
 
     double gain_factor(std::size_t c, double mass) const
@@ -211,55 +213,70 @@ private:
         }
     };
 
-    // How the passes of a stage go through the rows.
+    // How the passes of a stage go through the rows: those are listed which must be looked at before drifts have
+    // grown by more than a margin, and as long as they have not, passes look at these alone.
     struct Course {
         int threads = 1;
-        double margin =
-            0; // by how much the drift may grow before rows must be listed anew; alone, not at all
-
-        Course() = default;
-
-        explicit Course(int n_threads) : threads(n_threads), margin(n_threads > 1 ? infinity<double> : 0)
-        {
-        }
+        int rows_listed = 0;      // at once, at most
+        double passes_listed = 0; // for which a list shall be good
+        double margin = infinity<double>;
+        double growth = 0;      // of drifts since the rows were listed, up to this pass
+        bool is_listed = false; // all rows, with this margin
     };
 
     // Goes through all rows in their order. False when none moved.
     template <class Stage> bool go_through(const Stage &stage, Course &course)
     {
         for (std::size_t c = 0; c < partition_->centres.n_clusters; ++c) set_certain_mass(c);
+        start_pass(stage);
+        if (course.is_listed && course.threads > 1) refresh_list(stage, course);
+        double growth_of_pass = 0;
         bool moved = false;
-        const int most_rows = course.threads > 1 ? rows_listed_by_threads : rows_listed_alone;
-        if (course.threads == 1) start_stage(stage);
         for (int row = 0; row < n_;) {
-            const int end = row + std::min(n_ - row, most_rows);
-            if (course.threads > 1) {
-                start_stage(stage);
-                list(stage, course, row, end);
-            } else {
-                list_piece(stage, course, row, end, listed_, n_listed_[0]);
-            }
-            row = look_at_listed(stage, course, row, end, moved);
+            if (!course.is_listed) list(stage, course, row);
+            row = look_at_listed(stage, course, moved);
+            growth_of_pass += stage.growth();
+            course.growth += stage.growth();
+            if (row == n_) break;
+            if (row < end_listed_) course.margin = 2 * course.growth; // used up
+            course.is_listed = false;
+            start_pass(stage);
+        }
+        if (!course.is_listed || course.growth > course.margin || std::isinf(course.margin)) {
+            course.is_listed = false;
+            course.margin = course.passes_listed * growth_of_pass;
         }
         cycle_ += n_;
         return moved;
     }
 
-    template <class Stage> void start_stage(const Stage &stage)
+    template <class Stage> void start_pass(const Stage &stage)
     {
         if (!drift_.start_stage()) forget(own_until_);
         stage.start();
     }
 
-    // Lists the rows that must be looked at before the drift has grown by more than the margin, on all threads, which
-    // bring slacks up to date first where that saves a look.
-    template <class Stage> void list(const Stage &stage, const Course &course, int first_row, int end_row)
+    template <class Stage> void list(const Stage &stage, Course &course, int first_row)
     {
-        for_each_piece(end_row - first_row, course.threads,
+        course.growth = 0;
+        first_listed_ = first_row;
+        end_listed_ = first_row + std::min(n_ - first_row, course.rows_listed);
+        course.is_listed = first_row == 0 && end_listed_ == n_;
+        for_each_piece(end_listed_ - first_row, course.threads,
                        [&](int thread, OrderedPieces &, std::int64_t piece, int first, int end) {
                            list_piece(stage, course, first_row + first, first_row + end, listed_ + first,
                                       n_listed_[piece]);
-                           refresh_listed(stage, course, thread, listed_ + first, n_listed_[piece]);
+                           if (course.threads > 1)
+                               refresh_piece(stage, course, thread, listed_ + first, n_listed_[piece]);
+                       });
+    }
+
+    // On several threads, slacks of listed rows are brought up to date before one goes over these rows.
+    template <class Stage> void refresh_list(const Stage &stage, const Course &course)
+    {
+        for_each_piece(end_listed_ - first_listed_, course.threads,
+                       [&](int thread, OrderedPieces &, std::int64_t piece, int first, int) {
+                           refresh_piece(stage, course, thread, listed_ + first, n_listed_[piece]);
                        });
     }
 
@@ -278,39 +295,37 @@ private:
     }
 
     template <class Stage>
-    void refresh_listed(const Stage &stage, const Course &course, int thread, int *listed, int &n_listed)
+    void refresh_piece(const Stage &stage, const Course &course, int thread, int *listed, int &n_listed)
     {
         const Slacks slacks = this->slacks();
+        const double margin = course.margin - course.growth;
         double *row = partition_->row_of_thread(thread), *distances = partition_->distances_of_thread(thread);
         int count = 0;
         for (int k = 0; k < n_listed; ++k) {
             const int i = listed[k];
             if (!(stage.slack(slacks, i) > 0)) stage.refresh(i, row, distances);
             listed[count] = i;
-            count += !(stage.slack(slacks, i) > course.margin);
+            count += !(stage.slack(slacks, i) > margin);
         }
         n_listed = count;
     }
 
     // Returns the row up to which the list has been good.
-    template <class Stage>
-    int look_at_listed(const Stage &stage, Course &course, int first_row, int end_row, bool &moved)
+    template <class Stage> int look_at_listed(const Stage &stage, const Course &course, bool &moved)
     {
         constexpr int rows_ahead = 8;
-        for (int piece = 0; piece < count_pieces(end_row - first_row); ++piece) {
+        const double least_growth = course.margin - course.growth; // that makes the list useless
+        for (int piece = 0; piece < count_pieces(end_listed_ - first_listed_); ++piece) {
             const int *listed = listed_ + piece * rows_per_piece;
             for (int k = 0; k < n_listed_[piece]; ++k) {
                 if (k + rows_ahead < n_listed_[piece])
                     partition_->observations.prefetch(listed[k + rows_ahead]);
                 if (stage.slack(slacks(), listed[k]) > 0 || !stage.look(listed[k])) continue;
                 moved = true;
-                if (course.threads > 1 && stage.growth() <= course.margin) continue;
-                if (course.threads > 1) course.margin = 2 * stage.growth();
-                return listed[k] + 1;
+                if (stage.growth() > least_growth) return listed[k] + 1;
             }
         }
-        if (course.threads > 1) course.margin = stage.growth(); // is likely to do for the next rows
-        return end_row;
+        return end_listed_;
     }
 
     bool look_at_all_clusters(int i)
@@ -470,8 +485,8 @@ private:
         const double now =
             mass >= large * greatest_mass_ ? mass / 2 : std::max(0.0, std::min(mass, least_mass_));
         certain = certain > mass ? now : std::max(certain, now); // a greater one would not spoil a slack
-        shares_[c] =
-            certain / (certain + greatest_mass_) * (1 - 4 * epsilon<double>); // rounding must not raise it
+        const double share = certain / (certain + greatest_mass_);
+        shares_[c] = share * (1 - 4 * epsilon<double>); // rounding must not raise it
         bookkeeping_[c].root_of_gain = std::sqrt(shares_[c]);
         bookkeeping_[c].root_of_loss =
             certain > greatest_mass_ ? std::sqrt(certain / (certain - greatest_mass_)) : infinity<double>;
@@ -480,10 +495,10 @@ private:
     Partition<Real> *partition_ = nullptr;
     int n_ = 0;
     Course optimal_course_, quick_course_;
-    int *listed_ = nullptr, *n_listed_ = nullptr; // rows, piece by piece, and how many in each piece
+    // Rows, piece by piece from the first on, and how many in each piece.
+    int *listed_ = nullptr, *n_listed_ = nullptr, first_listed_ = 0, end_listed_ = 0;
     double *own_until_ = nullptr, *others_until_ = nullptr; // the drifts at which the slacks are used up
-    double *shares_ =
-        nullptr; // of the distance to each cluster that a gain is at least, whatever the observation
+    double *shares_ = nullptr; // a gain is at least this part of the distance, whatever the observation
     Bookkeeping *bookkeeping_ = nullptr;
     unsigned *found_ = nullptr;
     // Steps are rows gone through, also in optimal stages alone; cycles begin at these.
