@@ -15,7 +15,8 @@ bool bench::RatioReporter::print_ratios() const
         std::printf("%-44s %-40s %8.2f %9.2f%s\n", c.ours.c_str(), c.peer.c_str(), ratio, c.at_least,
                     kept ? "" : "  MISSED");
     }
-    return all_kept;
+    if (failed_) std::printf("Some benchmarks ended with an error.\n");
+    return all_kept && !failed_;
 }
 
 int main(int argc, char **argv)

@@ -35,6 +35,7 @@ public:
     void ReportRuns(const std::vector<Run> &runs) override
     {
         for (const Run &run : runs) {
+            failed_ = failed_ || run.error_occurred;
             if (run.aggregate_name == "median")
                 median_[run.run_name.function_name] =
                     run.GetAdjustedRealTime() * 1e9 / benchmark::GetTimeUnitMultiplier(run.time_unit);
@@ -42,11 +43,12 @@ public:
         ConsoleReporter::ReportRuns(runs);
     }
 
-    // False when a promise was missed.
+    // False when a promise was missed, or a benchmark ended with an error.
     bool print_ratios() const;
 
 private:
     std::map<std::string, double> median_;
+    bool failed_ = false;
 };
 
 } // namespace bench

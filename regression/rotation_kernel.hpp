@@ -514,10 +514,12 @@ template <class Real> inline bool take_row(const RowSource<Real> &rows, std::int
     bool complete = true;
     // The four parts of a piece are read in turns: the next turn's row is fetched in time.
     constexpr std::size_t line = 64 / sizeof(Real);
+    // Perhaps behind the last row, where no pointer may point.
     const auto ahead = reinterpret_cast<std::uintptr_t>(x) + rows_per_tile * rows.x_stride * sizeof(Real);
-    for (std::size_t j = 0; j < rows.n_independent; j += line)
-        __builtin_prefetch(
-            reinterpret_cast<const void *>(ahead + j * sizeof(Real))); // perhaps behind the last row
+    for (std::size_t j = 0; j < rows.n_independent; j += line) {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): the address is never read
+        __builtin_prefetch(reinterpret_cast<const void *>(ahead + j * sizeof(Real)));
+    }
     if (rows.intercept) {
         *to++ = 1;
         ++shift;
