@@ -915,7 +915,8 @@ TAVIK_API double *tavik_d_regression(int n_rows, int n_independent, const double
  * A missing value is left out of its observation's distances, and of its cluster's mean. A mean for which no
  * member has a value is NaN; observations that have one are not moved there. Observations with infinite values
  * stay where the seeds have put them, and no observation is closest to a seed with NaN where the observation has a
- * value. Where distances to two clusters are equal, the one with the smaller number is taken first.
+ * value. Where distances to two clusters are equal, the one with the smaller number is taken first. Distances whose
+ * squares leave the range of a double count as 0 or as infinite: scale such data.
  *
  * Method: Hartigan and Wong 1979, in which stages of transfers to any cluster whose surroundings have changed
  * alternate with stages of transfers between an observation's two closest clusters, as long as observations move
@@ -940,6 +941,9 @@ TAVIK_API double *tavik_d_regression(int n_rows, int n_independent, const double
  *
  *     double *means;
  *     int *cluster = tavik_d_cluster_k_means(n, p, x, 3, seeds, TAVIK_CLUSTER_MEANS, &means, 0);
+ *     ...
+ *     tavik_free(means);
+ *     tavik_free(cluster);
  */
 TAVIK_API int *tavik_f_cluster_k_means(int n_observations, int n_variables, const float x[], int n_clusters,
                                        const float cluster_seeds[], ...);

@@ -8,11 +8,6 @@ namespace tavik::multivariate {
 // An output in one of its two forms: the caller's pointer or array. Of several, the last one given holds.
 template <class T> struct Output {
     T **pointer = nullptr, *array = nullptr;
-
-    bool wanted() const
-    {
-        return pointer != nullptr || array != nullptr;
-    }
 };
 
 template <class Real> struct KMeansOptions {
