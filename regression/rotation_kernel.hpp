@@ -89,7 +89,8 @@ template <class T> struct Panel {
           reciprocal_diagonal(f.reciprocal_diagonal + first * factors),
           within(f.within + first * panel_stride * factors), weights(tile.weights), rows(tile.scratch),
           h(rows + rows_per_tile * panel_stride * factors),
-          exchanges(reinterpret_cast<unsigned char *>(h + 2 * rows_per_tile * panel_stride * factors))
+          exchanges(reinterpret_cast<unsigned char *>(h + 2 * rows_per_tile * panel_stride * factors)),
+          apart(h + (2 * factors + 1) * rows_per_tile * panel_stride)
     {
     }
 
@@ -99,6 +100,7 @@ template <class T> struct Panel {
     double *rows;             // rows_per_tile x panel_stride x factors
     double *h;                // row after row, pivot after pivot: h12, h21, of all factors each
     unsigned char *exchanges; // row after row, pivot after pivot: lanes whose rows change places, as bits
+    double *apart;            // the same as h, factor after factor
 
     double *row(std::size_t k) const
     {
@@ -320,35 +322,37 @@ template <class T> inline unsigned rotate_group(const Panel<T> &panel, std::size
     return exchanged;
 }
 
+// From row to row of one factor's rotations: h12 and h21 of every pivot of a panel.
+constexpr std::size_t h_stride = 2 * panel_stride;
+
 // A strip of columns behind the panel, and the rotations of one factor that are applied to it.
 struct Strip {
     double *values; // of the first row
     double *pivot_rows;
     std::size_t stride; // from row to row, of both
     std::size_t pivots;
-    const double *h;                // of the factor
+    const double *h;                // of the factor: row after row, pivot after pivot h12 and h21
     const unsigned char *exchanges; // of all factors; lane_bit is this one's
     unsigned lane_bit;
 };
 
 // Applies the rotations of rows_at_once rows from row k on to the `vectors` vectors of a strip. The rows stay in
 // registers from the first pivot to the last, a pivot's row while all rows meet it.
-template <std::size_t vectors, bool with_exchanges, std::size_t factors>
+template <std::size_t vectors, bool with_exchanges>
 inline void rotate_strip(const Strip &strip, std::size_t k)
 {
     double *values = strip.values + k * strip.stride, *pivot_row = strip.pivot_rows;
-    const double *h = strip.h + 2 * k * panel_stride * factors;
+    const double *h = strip.h + k * h_stride;
     V y[rows_at_once][vectors];
     for (std::size_t r = 0; r < rows_at_once; ++r) {
         for (std::size_t v = 0; v < vectors; ++v)
             y[r][v] = load(values + r * strip.stride + side_by_side * v);
     }
-    for (std::size_t i = 0; i < strip.pivots; ++i, pivot_row += strip.stride, h += 2 * factors) {
+    for (std::size_t i = 0; i < strip.pivots; ++i, pivot_row += strip.stride, h += 2) {
         V pivot[vectors];
         for (std::size_t v = 0; v < vectors; ++v) pivot[v] = load(pivot_row + side_by_side * v);
         for (std::size_t r = 0; r < rows_at_once; ++r) {
-            const V h12 = broadcast(h[2 * r * panel_stride * factors]),
-                    h21 = broadcast(h[(2 * r * panel_stride + 1) * factors]);
+            const V h12 = broadcast(h[r * h_stride]), h21 = broadcast(h[r * h_stride + 1]);
             const bool exchange =
                 with_exchanges && (strip.exchanges[(k + r) * panel_stride + i] & strip.lane_bit) != 0;
             for (std::size_t v = 0; v < vectors; ++v) {
@@ -371,36 +375,14 @@ inline void rotate_strip(const Strip &strip, std::size_t k)
 }
 
 // `exchanged` has the lanes in which some row of a group changed places.
-template <std::size_t vectors, std::size_t factors>
+template <std::size_t vectors>
 inline void rotate_strip_of_all(const Strip &strip, std::size_t n_rows, const unsigned *exchanged)
 {
     for (std::size_t k = 0; k < n_rows; k += rows_at_once) {
         if (__builtin_expect((exchanged[k / rows_in_flight] & strip.lane_bit) != 0, 0))
-            rotate_strip<vectors, true, factors>(strip, k);
-        else rotate_strip<vectors, false, factors>(strip, k);
+            rotate_strip<vectors, true>(strip, k);
+        else rotate_strip<vectors, false>(strip, k);
     }
-}
-
-// Applies the rotations of a panel to the columns behind it, for one factor. Strips are taken one after the other, so
-// that a strip of the pivots' rows stays in the first-level cache while all rows pass.
-template <class T>
-inline void rotate_behind(const Panel<T> &panel, const FactorSet &f, const Tile &tile, std::size_t factor,
-                          std::size_t n_rows, const unsigned *exchanged)
-{
-    constexpr std::size_t factors = Panel<T>::factors;
-    double *values = tile.values + factor * rows_per_tile * f.padded;
-    double *pivot_rows = f.row_behind(factor, panel.first);
-    const double *h = panel.rotation(0, 0) + factor;
-    std::size_t column = panel.first + panel.pivots;
-    const std::size_t end = whole_vectors(f.n);
-    for (; column + side_by_side < end; column += 2 * side_by_side)
-        rotate_strip_of_all<2, factors>(
-            {values + column, pivot_rows + column, f.padded, panel.pivots, h, panel.exchanges, 1u << factor},
-            n_rows, exchanged);
-    if (column < end)
-        rotate_strip_of_all<1, factors>(
-            {values + column, pivot_rows + column, f.padded, panel.pivots, h, panel.exchanges, 1u << factor},
-            n_rows, exchanged);
 }
 
 // Four rows' vectors become four columns' vectors.
@@ -414,6 +396,52 @@ inline void transpose(V &a, V &b, V &c, V &d)
     b = __builtin_shufflevector(ab_high, cd_high, 0, 1, 4, 5);
     c = __builtin_shufflevector(ab_low, cd_low, 2, 3, 6, 7);
     d = __builtin_shufflevector(ab_high, cd_high, 2, 3, 6, 7);
+}
+
+// Rotations of a panel, one factor's together: read again and again, they stay in the first-level cache.
+inline const double *set_apart(const Panel<V> &panel, std::size_t n_rows)
+{
+    constexpr std::size_t size = rows_per_tile * h_stride;
+    for (std::size_t k = 0; k < n_rows; ++k) {
+        for (std::size_t i = 0; i < panel.pivots; i += 2) { // behind an odd number the last is read by nobody
+            const double *from = panel.rotation(k, i);
+            V a = load(from), b = load(from + side_by_side), c = load(from + 2 * side_by_side),
+              d = load(from + 3 * side_by_side);
+            transpose(a, b, c, d);
+            double *to = panel.apart + k * h_stride + 2 * i;
+            store(to, a);
+            store(to + size, b);
+            store(to + 2 * size, c);
+            store(to + 3 * size, d);
+        }
+    }
+    return panel.apart;
+}
+
+inline const double *set_apart(const Panel<S> &panel, std::size_t)
+{
+    return panel.h;
+}
+
+// Applies the rotations of a panel to the columns behind it, for one factor. Strips are taken one after the other, so
+// that a strip of the pivots' rows stays in the first-level cache while all rows pass.
+template <class T>
+inline void rotate_behind(const Panel<T> &panel, const FactorSet &f, const Tile &tile, std::size_t factor,
+                          const double *h, std::size_t n_rows, const unsigned *exchanged)
+{
+    double *values = tile.values + factor * rows_per_tile * f.padded;
+    double *pivot_rows = f.row_behind(factor, panel.first);
+    h += factor * rows_per_tile * h_stride;
+    std::size_t column = panel.first + panel.pivots;
+    const std::size_t end = whole_vectors(f.n);
+    for (; column + side_by_side < end; column += 2 * side_by_side)
+        rotate_strip_of_all<2>(
+            {values + column, pivot_rows + column, f.padded, panel.pivots, h, panel.exchanges, 1u << factor},
+            n_rows, exchanged);
+    if (column < end)
+        rotate_strip_of_all<1>(
+            {values + column, pivot_rows + column, f.padded, panel.pivots, h, panel.exchanges, 1u << factor},
+            n_rows, exchanged);
 }
 
 inline void take_panel(const Panel<V> &panel, const FactorSet &f, const Tile &tile, std::size_t n_rows)
@@ -461,8 +489,9 @@ inline void fold(const FactorSet &f, const Tile &tile, std::size_t n_rows, std::
         for (std::size_t k = 0; k < n_rows; k += rows_in_flight)
             exchanged[k / rows_in_flight] = rotate_group(panel, k);
         if (first + f.panel >= f.n) break;
+        const double *h = set_apart(panel, n_rows);
         for (std::size_t factor = 0; factor < Panel<T>::factors; ++factor)
-            rotate_behind(panel, f, tile, factor, n_rows, exchanged);
+            rotate_behind(panel, f, tile, factor, h, n_rows, exchanged);
         if (spent(panel, n_rows)) break;
     }
 }

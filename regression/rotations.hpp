@@ -17,11 +17,10 @@ constexpr std::size_t rows_in_flight = 8; // rows that meet a pivot one after th
 constexpr std::size_t rows_at_once = 4;   // rows to which they are applied together
 
 // Up to this many columns four factors are one panel, and all columns are rotated where rotations are set up. Wider
-// ones have narrow panels; columns behind a panel are rotated afterwards, many at once. A factor alone has no lanes
-// to fill where rotations are set up, so it is narrower still.
-constexpr std::size_t widest_single_panel = 16, panel_width = 8, narrow_panel_width = 4;
-constexpr std::size_t panel_stride =
-    widest_single_panel; // in memory, whatever the width: kernels need a constant
+// ones have panels of that width; columns behind a panel are rotated afterwards, many at once. A factor alone has no
+// lanes to fill where rotations are set up, so its panels are narrower.
+constexpr std::size_t panel_width = 16, narrow_panel_width = 4;
+constexpr std::size_t panel_stride = panel_width; // in memory, whatever the width: kernels need a constant
 
 constexpr std::size_t whole_vectors(std::size_t n)
 {
@@ -32,7 +31,7 @@ constexpr std::size_t whole_vectors(std::size_t n)
 constexpr std::size_t padded_columns(std::size_t n)
 {
     constexpr std::size_t line = 64 / sizeof(double);
-    return n <= widest_single_panel ? whole_vectors(n) : ((n + line - 1) / line | 1) * line;
+    return n <= panel_width ? whole_vectors(n) : ((n + line - 1) / line | 1) * line;
 }
 
 // One factor, or four of them; the index of the factor runs fastest in all but `behind`. Row i stands for d_i r_i
@@ -64,7 +63,7 @@ struct FactorSet {
 
 constexpr std::size_t panel_of(std::size_t n, std::size_t count)
 {
-    if (n > widest_single_panel) return panel_width;
+    if (n > panel_width) return panel_width;
     return count == 1 ? narrow_panel_width : n;
 }
 
@@ -103,10 +102,10 @@ constexpr std::size_t tile_values_size(std::size_t n, std::size_t count)
     return count * rows_per_tile * padded_columns(n);
 }
 
-// The rows' panel, h12 and h21 of its rotations, and a byte each for exchanges.
+// The rows' panel, h12 and h21 of its rotations, bytes for exchanges, and the rotations factor after factor.
 constexpr std::size_t tile_scratch_size(std::size_t count)
 {
-    return rows_per_tile * panel_stride * (3 * count + 1);
+    return rows_per_tile * panel_stride * (5 * count + 1);
 }
 
 // Rows of the caller's, and what is to be made of them. Columns of a row in the factor: 1 if there is an intercept,
