@@ -44,6 +44,7 @@ extern "C" {
 
 /* Option codes. A code means the same option in every routine that takes it. */
 enum tavik_option {
+    TAVIK_A_COL_DIM = 10010,
     TAVIK_ANOVA_TABLE = 10080,
     TAVIK_ANOVA_TABLE_USER = 10090,
     TAVIK_CLUSTER_OUTPUT_A = 10640,
@@ -78,8 +79,10 @@ enum tavik_option {
     TAVIK_MAX_ITERATIONS = 12970,
     TAVIK_MEDIAN = 13150,
     TAVIK_MEDIAN_AND_SCALE = 13160,
+    TAVIK_METHOD = 13170,
     TAVIK_NO_INTERCEPT = 13350,
     TAVIK_OS_VERSION = 13630,
+    TAVIK_PRINT = 13900,
     TAVIK_REGRESSION_INT_OUTPUT_A = 14110,
     TAVIK_RANK = 14110,
     TAVIK_REGRESSION_OUTPUT_F = 14140,
@@ -97,6 +100,8 @@ enum tavik_option {
     TAVIK_STAT_COL_DIM = 14800,
     TAVIK_TOLERANCE = 15040,
     TAVIK_TOLERANCE_ADR = 15050,
+    TAVIK_VECTORS = 15310,
+    TAVIK_VECTORS_USER = 15320,
     TAVIK_WEIGHTS = 15400,
     TAVIK_X_COL_DIM = 15470,
     TAVIK_REGRESSION_OUTPUT_C = 15490,
@@ -146,6 +151,17 @@ enum tavik_option {
     TAVIK_ERROR_CROSSPRODUCTS = 20930,
     TAVIK_REGRESSION_OUTPUT_E_USER = 20940,
     TAVIK_ERROR_CROSSPRODUCTS_USER = 20940,
+    TAVIK_CREATE_HIDDEN_LAYER = 40600,
+    TAVIK_ACTIVATION_FCN = 40601,
+    TAVIK_BIAS = 40602,
+    TAVIK_LINK_ALL = 40603,
+    TAVIK_LINK_NODE = 40604,
+    TAVIK_LINK_LAYER = 40605,
+    TAVIK_REMOVE_LINK = 40606,
+    TAVIK_N_LINKS = 40607,
+    TAVIK_PRINT_NETWORK = 40608,
+    TAVIK_CLASSIFICATION = 40611,
+    TAVIK_FILE = 40621,
     TAVIK_ERROR_HANDLER_ID = 50000,
     TAVIK_ZIGGURAT = 50629,
     TAVIK_GET_SINGLE_THREADED_LINEAR_ALGEBRA = 50633,
@@ -992,6 +1008,273 @@ TAVIK_API double *tavik_d_cluster_seeds(int n_observations, int n_variables, con
                                         ...);
 
 /* ------------------------------------------------------------------------------------------------------------
+ * Feed-forward networks
+ *
+ * A network is a plain record of layers, nodes (the perceptrons, and the inputs before them) and directed links with
+ * weights. tavik_d_mlff_network_init makes one of an input and an output layer; tavik_d_mlff_network adds hidden
+ * layers, links and all else; tavik_d_mlff_network_write and tavik_d_mlff_network_read keep it in a text file. The
+ * caller may read every field and write weights, gradients, biases, param and activation codes; counts, numbers and
+ * arrays are the library's. A network belongs to nobody in particular: threads may work on different ones at the same
+ * time, and on the same one only in turns.
+ *
+ * Nodes are numbered through all layers: 0 to n_inputs - 1 are the inputs, then the hidden layers follow in their order,
+ * and the outputs have the highest numbers. Links lead from a lower layer to a higher one. The potential of a node is
+ * its bias and the sum of its in-links' weights times the values of the nodes that they come from; its value is the
+ * activation function of that.
+ *
+ * A record that has been damaged (a null array, a number outside of its range) raises 5, 40121 with what was found
+ * in every routine that comes across it.
+ * --------------------------------------------------------------------------------------------------------- */
+
+/* Activation functions of a potential x. */
+enum tavik_activation {
+    TAVIK_LINEAR = 0,   /* x */
+    TAVIK_LOGISTIC = 1, /* 1 / (1 + exp(-x)) */
+    TAVIK_TANH = 2,     /* tanh(x) */
+    TAVIK_SQUASH = 3    /* x / (1 + |x|) */
+};
+
+typedef struct {
+    int n_nodes;
+    int *nodes; /* their numbers, ascending */
+} tavik_layer;
+
+typedef struct {
+    float weight;
+    float gradient; /* 1 in a new link */
+    int to_node;
+    int from_node;
+} tavik_f_link;
+
+typedef struct {
+    double weight;
+    double gradient;
+    int to_node;
+    int from_node;
+} tavik_d_link;
+
+typedef struct {
+    int layer_id;
+    int n_inLinks;
+    int n_outLinks;
+    int *inLinks;  /* indices of the links that end here, in the order of their creation */
+    int *outLinks; /* of those that start here */
+    float param;   /* for trainers; 1 in a new node */
+    float bias;
+    int activationFcn; /* an activation code: TAVIK_LOGISTIC in a new hidden layer, elsewhere TAVIK_LINEAR */
+} tavik_f_node;
+
+typedef struct {
+    int layer_id;
+    int n_inLinks;
+    int n_outLinks;
+    int *inLinks;
+    int *outLinks;
+    double param;
+    double bias;
+    int activationFcn;
+} tavik_d_node;
+
+typedef struct {
+    int n_inputs;
+    int n_outputs;
+    int n_layers; /* with the input and the output layer */
+    tavik_layer *layers;
+    int n_links;
+    int next_link; /* the index of the next link that is made: n_links */
+    tavik_f_link *links;
+    int n_nodes;
+    tavik_f_node *nodes;
+} tavik_f_network;
+
+typedef struct {
+    int n_inputs;
+    int n_outputs;
+    int n_layers;
+    tavik_layer *layers;
+    int n_links;
+    int next_link;
+    tavik_d_link *links;
+    int n_nodes;
+    tavik_d_node *nodes;
+} tavik_d_network;
+
+/**
+ * A new network of an input and an output layer, without links. All nodes are linear, with bias 0.
+ *
+ * @param n_inputs   input nodes, at least 1.
+ * @param n_outputs  output nodes, at least 1.
+ *
+ * @return the network, released with tavik_f_mlff_network_free (tavik_d_mlff_network_free). NULL on error.
+ *
+ * Errors: 5, 603 n_inputs or n_outputs below 1; 5, 40120 more nodes than an int counts.
+ */
+TAVIK_API tavik_f_network *tavik_f_mlff_network_init(int n_inputs, int n_outputs);
+TAVIK_API tavik_d_network *tavik_d_mlff_network_init(int n_inputs, int n_outputs);
+
+/** Releases a network and all that it holds. NULL is ignored. */
+TAVIK_API void tavik_f_mlff_network_free(tavik_f_network *network);
+TAVIK_API void tavik_d_mlff_network_free(tavik_d_network *network);
+
+/**
+ * Edits, fills or prints a network.
+ *
+ * Options, which are carried out in this order whatever their order in the call (Real is float or double):
+ *   TAVIK_CREATE_HIDDEN_LAYER, int n     add a layer of n logistic nodes, n at least 1, before the output layer. Output
+ *                                        nodes get higher numbers, but existing links are not renumbered: create all
+ *                                        layers before the first link
+ *   TAVIK_ACTIVATION_FCN, int layer, const int []   the activation code of each node of a layer from 1 to n_layers - 1.
+ *                                        A wrong code ends this; the nodes before it keep their new codes
+ *   TAVIK_BIAS, int layer, const Real [] the bias of each node of such a layer
+ *   TAVIK_LINK_ALL                       link each layer to the next: node by node of the layer that links come from,
+ *                                        and for each node by node of the other
+ *   TAVIK_LINK_LAYER, int to, int from   link two layers in that order, `from` below `to`. A negative `from` is no layer:
+ *                                        no link is made
+ *   TAVIK_LINK_NODE, int to, int from    make the link to a node from a node of a lower layer
+ *   TAVIK_REMOVE_LINK, int to, int from  remove the link to a node from a node; if there are several, the last one. Links
+ *                                        made after it move down one place. Both numbers must be below n_links
+ *   TAVIK_WEIGHTS, const Real []         the weight of each link, n_links elements
+ *   TAVIK_N_LINKS, int *                 receives the number of links
+ *   TAVIK_PRINT, TAVIK_PRINT_NETWORK     print layers, nodes and links on the output unit
+ * Only one of the four that make or remove links may stand in a call. An option that is given twice counts with its
+ * last values. Errors end the call; what earlier options of the list above did remains, as the last of them left it.
+ *
+ * A link that exists already is not made again: 6, 40096 tells so, and the call goes on.
+ *
+ * Errors:
+ *   5, 11001  an unknown option; its position counts the network and all values (the first option is argument 2)
+ *   5, 11117  more than one option that makes or removes links; nothing is changed
+ *   5, 603    a layer of less than 1 node         5, 40120  more nodes or links than an int counts
+ *   5, 40097  the layer to edit or to link to is not 1 to n_layers - 1
+ *   5, 40089  an activation code (its index and value) is not 0 to 3
+ *   5, 40098  the layer to link from is the last or beyond     5, 40092  from and to are one layer
+ *   5, 605    a link would lead from a higher layer to a lower one
+ *   5, 602    the node to link to is no perceptron, or the one to link from is an output or no node
+ *   5, 40091, 5, 40093  the same where the numbers of a record contradict its layers
+ *   5, 40094  to or from of a link to remove is not 0 to n_links - 1     5, 40095  there is no such link
+ *
+ * Cost: linking layers takes time proportional to the links made and those that their nodes had; linking two nodes, to
+ * the links that come from one; removing, to the links that move.
+ *
+ *     tavik_d_network *network = tavik_d_mlff_network_init(4, 3);
+ *     tavik_d_mlff_network(network, TAVIK_CREATE_HIDDEN_LAYER, 5, TAVIK_LINK_ALL, 0);
+ *     ...
+ *     tavik_d_mlff_network_free(network);
+ */
+TAVIK_API void tavik_f_mlff_network(tavik_f_network *network, ...);
+TAVIK_API void tavik_d_mlff_network(tavik_d_network *network, ...);
+
+/**
+ * Writes a network to a text file.
+ *
+ * @param filename  its name, or NULL: then a stream is written, or, without one, nothing is done.
+ *
+ * Options:
+ *   TAVIK_FILE, FILE *   write to this stream from where it is, and leave it open; NULL is none
+ *   TAVIK_PRINT          report progress on the output unit
+ *
+ * A regular file appears under its name only when it is complete: it is written beside it and renamed, so a failure
+ * leaves the old file as it was. Where the folder allows no new file, and for other than regular files, the target
+ * itself is written. Its bytes do not depend on the locale:
+ *
+ *     1.000000                                              the version of the format
+ *     n_inputs n_outputs n_layers n_links n_nodes next_link
+ *     for each layer: number of nodes, their numbers
+ *     for each link: from_node to_node weight gradient      real numbers with 15 digits, %20.15g
+ *     for each node: layer_id n_inLinks n_outLinks activationFcn bias param,
+ *         then, if there are any, a line of its in-links, and one of its out-links
+ *
+ * Errors: 5, 65359 the file cannot be opened; 5, 65374 it cannot be written whole (a full disk, say).
+ */
+TAVIK_API void tavik_f_mlff_network_write(tavik_f_network *network, const char *filename, ...);
+TAVIK_API void tavik_d_mlff_network_write(tavik_d_network *network, const char *filename, ...);
+
+/**
+ * Reads a network that tavik_f_mlff_network_write or tavik_d_mlff_network_write has written.
+ *
+ * @param filename  its name; may be NULL with a stream.
+ *
+ * @return the network, released with tavik_f_mlff_network_free (tavik_d_mlff_network_free). NULL on error.
+ *
+ * Options:
+ *   TAVIK_FILE, FILE *   read from this stream from where it is, up to the last number of the network, and leave it
+ *                        open: another network may follow. NULL is none
+ *   TAVIK_PRINT          report progress on the output unit
+ *
+ * Both variants read what either has written. A number that is too small for the type becomes 0.
+ *
+ * Errors: 5, 150 neither a file name nor a stream; 5, 65359 the file cannot be opened; 5, 65372 its version is not 1;
+ * 5, 65373 the file ends early, holds what is no number or a number too large, or counts, numbers and lists that no
+ * network has: with the line and the reason. Memory grows with what has been read, whatever counts a file claims.
+ *
+ *     tavik_d_mlff_network_write(network, "flowers.net", 0);
+ *     tavik_d_network *same = tavik_d_mlff_network_read("flowers.net", 0);
+ */
+TAVIK_API tavik_f_network *tavik_f_mlff_network_read(const char *filename, ...);
+TAVIK_API tavik_d_network *tavik_d_mlff_network_read(const char *filename, ...);
+
+/* Methods of tavik_d_mlff_initialize_weights. */
+enum tavik_weights_method {
+    TAVIK_EQUAL_WEIGHTS = 1,
+    TAVIK_RANDOM_WEIGHTS = 2,
+    TAVIK_PRINCIPAL_COMPONENT_WEIGHTS = 3,
+    TAVIK_DISCRIMINANT_WEIGHTS = 4
+};
+
+/**
+ * Gives all links of a network weights, and all perceptrons biases, with which training can begin.
+ *
+ * @param network       its links are made. Inputs are the nominal columns, then the continuous ones.
+ * @param n_patterns    training patterns, more than n_nominal + n_continuous.
+ * @param n_nominal     columns of nominal, at least 0; n_nominal + n_continuous is the network's n_inputs.
+ * @param n_continuous  columns of continuous, at least 0.
+ * @param nominal       n_patterns x n_nominal: nominal attributes in their 0/1 encoding, a column for each class. Not
+ *                      read, and may be NULL, without columns.
+ * @param continuous    n_patterns x n_continuous, best scaled to similar ranges; the same.
+ *
+ * @return n_links + n_nodes - n_inputs values: the weight of every link, then the bias of every node that is no input.
+ *         The network has the same ones. A new array, released with tavik_free. NULL on error.
+ *
+ * Options:
+ *   TAVIK_METHOD, int                a tavik_weights_method; default TAVIK_RANDOM_WEIGHTS
+ *   TAVIK_CLASSIFICATION, const int []  the class of each pattern, from 0: one of two for a network of one output, of
+ *                                    n_outputs for others
+ *   TAVIK_PRINT                      print a summary and all weights on the output unit, with inputs (N nominal, X
+ *                                    continuous) and perceptrons (P) numbered from 0
+ *   TAVIK_RETURN_USER, Real []       write the weights here and return it
+ *
+ * Equal weights: 1/d in each of a perceptron's d in-links, bias 0. The others differ in the first hidden layer (without
+ * one, in the output layer), whose potentials get mean 0 and standard deviation 1 (divisor n_patterns - 1) over
+ * the patterns; in later layers weights and biases are uniform on [-0.5, 0.5).
+ *   Random weights: a bias and weights uniform on [-0.5, 0.5), then scaled.
+ *   Principal components: perceptron k takes the k-th one of the inputs' correlation matrix; random, if there are no
+ *       more (a constant input adds none).
+ *   Discriminant: perceptron k takes the k-th canonical discriminant function of the classes; random, if there are no
+ *       more. Where these functions put no more patterns into their class than the largest class has, a warning is
+ *       printed on the output unit.
+ * Patterns with a value that is NaN or infinite are left out of all that; a potential that does not vary is not scaled.
+ * The sign of a component makes its largest weight positive. A perceptron that is not linked to all inputs takes the
+ * part of a component that it can. Computed in double by both variants. Uniforms come from the thread's generator:
+ * perceptron by perceptron, in the first layer the bias first, in later ones last.
+ *
+ * Warning: 3, 40114 discriminant weights without classes: weights are random.
+ *
+ * Errors:
+ *   5, 603    n_nominal or n_continuous below 0         5, 40115  both are 0
+ *   5, 40102  n_patterns is not more than their sum     5, 40085  their sum is not n_inputs
+ *   5, 40100  the method is not 1 to 4                  5, 40101  discriminant weights for less than two classes
+ *   5, 40104, 5, 40105  the output layer does not fit the number of classes
+ *   5, 602    a class is not 0 to the number of classes - 1
+ *   and those of tavik_d_random_uniform when it cannot draw
+ */
+TAVIK_API float *tavik_f_mlff_initialize_weights(tavik_f_network *network, int n_patterns, int n_nominal,
+                                                 int n_continuous, const int nominal[],
+                                                 const float continuous[], ...);
+TAVIK_API double *tavik_d_mlff_initialize_weights(tavik_d_network *network, int n_patterns, int n_nominal,
+                                                  int n_continuous, const int nominal[],
+                                                  const double continuous[], ...);
+
+/* ------------------------------------------------------------------------------------------------------------
  * Probability
  * --------------------------------------------------------------------------------------------------------- */
 
@@ -1054,6 +1337,29 @@ TAVIK_API void tavik_drotmg(double *d1, double *d2, double *x1, double y1, doubl
  */
 TAVIK_API void tavik_srotm(int n, float x[], int incx, float y[], int incy, const float param[]);
 TAVIK_API void tavik_drotm(int n, double x[], int incx, double y[], int incy, const double param[]);
+
+/**
+ * Eigenvalues, and eigenvectors on request, of a real symmetric matrix.
+ *
+ * @param n  rows and columns, at least 1.
+ * @param a  the matrix, not changed. Only its lower triangle (column number up to row number) is read.
+ *
+ * @return the n eigenvalues, the largest first. A new array, released with tavik_free. NULL on error.
+ *
+ * Options:
+ *   TAVIK_VECTORS, Real **       n x n eigenvectors: column k belongs to eigenvalue k, has length 1, and its component
+ *   TAVIK_VECTORS_USER, Real []  of largest size is positive
+ *   TAVIK_A_COL_DIM, int         row stride of a; default n
+ *   TAVIK_RETURN_USER, Real []   write the eigenvalues here and return it
+ *
+ * Errors: 5, 603 n or the stride below 1; 5, 601 the stride below n; 5, 11210 an element is NaN or infinite (row and
+ * column from 0); 5, 11211 no convergence.
+ * Method: Householder reduction and implicit QR steps of Eigen, in double in both variants.
+ *
+ *     double *vectors, *values = tavik_d_eig_sym(n, correlations, TAVIK_VECTORS, &vectors, 0);
+ */
+TAVIK_API float *tavik_f_eig_sym(int n, const float a[], ...);
+TAVIK_API double *tavik_d_eig_sym(int n, const double a[], ...);
 
 #ifdef __cplusplus
 }
