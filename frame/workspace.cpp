@@ -32,7 +32,7 @@ void *Workspace::take(std::size_t n, std::size_t element_size, Use use)
     if (use == Use::work) {
         if (!overflow) memory = tavik_aligned_malloc(bytes + alignment);
         if (memory != nullptr) {
-            work_ = new (memory) Block{work_};
+            work_ = new (memory) Block{work_, nullptr, nullptr};
             return static_cast<char *>(memory) + alignment;
         }
     } else if (n_results_ < most_results) {
@@ -42,15 +42,29 @@ void *Workspace::take(std::size_t n, std::size_t element_size, Use use)
     return nullptr;
 }
 
-void Workspace::forget(void *result)
+bool Workspace::take_resource(void *resource, void (*let_go)(void *))
 {
-    std::replace(results_, results_ + n_results_, result, static_cast<void *>(nullptr));
+    void *memory = tavik_aligned_malloc(sizeof(Block));
+    if (memory == nullptr) return false;
+    work_ = new (memory) Block{work_, resource, let_go};
+    return true;
+}
+
+void Workspace::forget(const void *result)
+{
+    for (int i = 0; i < n_results_; ++i) {
+        if (results_[i] == result) results_[i] = nullptr;
+    }
+    for (Block *block = work_; block != nullptr; block = block->next) {
+        if (block->resource == result) block->resource = nullptr;
+    }
 }
 
 void Workspace::release_all()
 {
     while (work_ != nullptr) {
         Block *next = work_->next;
+        if (work_->resource != nullptr) work_->let_go(work_->resource);
         tavik_aligned_free(work_);
         work_ = next;
     }

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 namespace tavik {
 
@@ -45,7 +46,19 @@ public:
         return static_cast<T *>(take(n, sizeof(T), Use::result));
     }
 
-    // Makes a result the caller's.
+    // Something that is more than a block of memory: let_go(*resource) when the call ends. False, with an error,
+    // without memory; then it is let go at once.
+    template <class T, class LetGo> bool keep(T *resource, LetGo)
+    {
+        static_assert(std::is_empty_v<LetGo>);
+        const auto let_go = [](void *kept) { LetGo{}(static_cast<T *>(kept)); };
+        if (take_resource(resource, let_go)) return true;
+        let_go(resource);
+        raise_exhausted(0, nullptr);
+        return false;
+    }
+
+    // Makes a result, or what was kept, the caller's.
     template <class T> T *hand_over(T *result)
     {
         forget(result);
@@ -61,12 +74,15 @@ private:
     enum class Use { work, result };
     struct Block {
         Block *next;
+        void *resource; // null: the memory behind the block is all
+        void (*let_go)(void *);
     };
     static constexpr int most_results = 16; // outputs of one call
 
     void *take(std::size_t n, std::size_t element_size, Use use);
+    bool take_resource(void *resource, void (*let_go)(void *));
     static void raise_exhausted(std::size_t n, const char *governed_by);
-    void forget(void *result);
+    void forget(const void *result);
     void release_all();
 
     Block *work_;
