@@ -368,7 +368,7 @@ TYPED_TEST(InitializeWeights, AreCheckedInOrder)
     const auto two = make<TypeParam>(2, 1); // one output: two classes
     EXPECT_EQ(outcome("liii", two.get(), 4, 1, 1, TAVIK_CLASSIFICATION, bad), "5 602 classification 2 0 1");
     EXPECT_EQ(outcome("", net.get(), INT_MAX, INT_MAX, INT_MAX), "5 40102");
-    EXPECT_EQ(outcome("ii", net.get(), 4, 1, 1, TAVIK_METHOD, 1, 12345), "5 11001 12345 9");
+    EXPECT_EQ(outcome("ii", net.get(), 4, 1, 1, TAVIK_METHOD, 1, 12345), "5 11001 12345 2");
     EXPECT_EQ(capture::outcome([&] { R::initialize(net.get(), 4, 1, 1, nullptr, x, 0); }, "l"),
               "5 150 nominal");
     EXPECT_EQ(capture::outcome([&] { R::initialize(net.get(), 4, 1, 1, inputs, nullptr, 0); }, "l"),

@@ -25,7 +25,7 @@ const string sample = "1.000000\n"
                       "0 2                  0.5                    1\n"
                       "0 3                -1.25                    1\n"
                       "1 2              1048576                    1\n"
-                      "1 3          0.000244140625                    1\n"
+                      "1 3       0.000244140625                    1\n"
                       "2 4                    0                   -2\n"
                       "3 4                   -0                    1\n"
                       "0 0 2 0                    0                    1\n"
@@ -115,9 +115,9 @@ TYPED_TEST(NetworkFiles, GiveAnyNetworkBack)
 {
     using Real = TypeParam;
     using Limits = std::numeric_limits<Real>;
-    const Real values[] = {Real(1) / 3,         Real(-2e9) / 7,    Limits::max(), Limits::lowest(),
-                           Limits::min(),       Real(123456789.5), Real(1e15),    Real(1e-5),
-                           Real(9.9999e20) / 3, Limits::epsilon(), Real(0.1),     Real(-99999)};
+    const Real values[] = {Real(1) / 3,         Real(-2e9) / 7,    Limits::max() / 2, Limits::lowest() / 2,
+                           Limits::min(),       Real(123456789.5), Real(1e15),        Real(1e-5),
+                           Real(9.9999e20) / 3, Limits::epsilon(), Real(0.1),         Real(-99999)};
     for (unsigned program = 0; program < 100; ++program) {
         std::mt19937 bits(program);
         const auto upto = [&bits](int n) { return static_cast<int>(bits() % (n + 1)); };
@@ -205,17 +205,34 @@ struct Fault {
 TYPED_TEST(NetworkFiles, ThatAreMalformedAreRefused)
 {
     const Fault faults[] = {
-        {1, 0, "0"},   {1, 0, "-1"}, {1, 0, "x"},           {1, 0, "2.5"},        {1, 0, "99999999999"},
-        {1, 1, "0"},   {1, 2, "1"},  {1, 2, "-2147483648"}, {1, 3, "-1"},         {1, 4, "4"},
-        {1, 4, "2"},   {1, 5, "5"},  {1, 5, "7"},           {1, 0, "2147483647"}, {1, 3, "0x6"},
-        {2, 0, "3"},   {2, 0, "0"},  {2, 1, "1"},           {2, 2, "2"},          {3, 0, "-2"},
-        {3, 1, "3"},   {3, 2, "5"},  {3, 1, "-1"},          {4, 0, "2"},          {4, 1, "3"},
-        {5, 0, "2"},   {5, 0, "5"},  {5, 0, "-1"},          {5, 1, "1"},          {5, 1, "0"},
-        {5, 1, "5"},   {5, 2, "x"},  {5, 2, "1e999"},       {5, 2, "1.5.5"},      {5, 3, "-1e400"},
-        {5, 2, "--1"}, {5, 2, "."},  {5, 2, "+"},           {5, 2, "1e+"},        {5, 2, "+-1"},
-        {11, 0, "1"},  {11, 0, "3"}, {11, 1, "-1"},         {11, 2, "7"},         {11, 3, "4"},
-        {11, 3, "-1"}, {11, 4, "?"}, {11, 5, "1,5"},        {12, 0, "6"},         {12, 0, "-1"},
-        {12, 0, "2"},  {12, 1, "0"}, {22, 0, "3"},          {22, 1, "x"},         {16, 0, "1"},
+        {1, 0, "0"},           {1, 0, "-1"},
+        {1, 0, "x"},           {1, 0, "2.5"},
+        {1, 0, "99999999999"}, {1, 1, "0"},
+        {1, 2, "1"},           {1, 2, "-2147483648"},
+        {1, 3, "-1"},          {1, 4, "4", 4},
+        {1, 4, "2", 3},        {1, 5, "5"},
+        {1, 5, "7"},           {1, 0, "2147483647", 2},
+        {1, 3, "0x6"},         {2, 0, "3"},
+        {2, 0, "0"},           {2, 1, "1"},
+        {2, 2, "2"},           {3, 0, "-2"},
+        {3, 1, "3"},           {3, 2, "5"},
+        {3, 1, "-1"},          {4, 0, "2"},
+        {4, 1, "3"},           {5, 0, "2"},
+        {5, 0, "5"},           {5, 0, "-1"},
+        {5, 1, "1"},           {5, 1, "0"},
+        {5, 1, "5"},           {5, 2, "x"},
+        {5, 2, "1e999"},       {5, 2, "1.5.5"},
+        {5, 3, "-1e400"},      {5, 2, "--1"},
+        {5, 2, "."},           {5, 2, "+"},
+        {5, 2, "1e+"},         {5, 2, "+-1"},
+        {11, 0, "1"},          {11, 0, "3"},
+        {11, 1, "-1"},         {11, 2, "7"},
+        {11, 3, "4"},          {11, 3, "-1"},
+        {11, 4, "?"},          {11, 5, "1,5"},
+        {12, 0, "6"},          {12, 0, "-1"},
+        {12, 0, "2"},          {12, 1, "0"},
+        {22, 0, "3"},          {22, 1, "x"},
+        {16, 0, "1"},
     };
     std::vector<string> lines;
     for (std::istringstream text(sample); std::getline(text, lines.emplace_back());) {}
@@ -225,7 +242,8 @@ TYPED_TEST(NetworkFiles, ThatAreMalformedAreRefused)
         for (int i = 0; i < fault.line; ++i) bytes += lines[i] + "\n";
         for (int i = 0; line >> word; ++i) bytes += (i == fault.place ? fault.by : word) + " ";
         for (std::size_t i = fault.line + 1; i < lines.size(); ++i) bytes += "\n" + lines[i];
-        EXPECT_EQ(this->read(bytes, "li").first, text("5 65373", this->name, fault.line + 1))
+        EXPECT_EQ(this->read(bytes, "li").first,
+                  text("5 65373", this->name, 1 + (fault.told < 0 ? fault.line : fault.told)))
             << "line " << fault.line << ", place " << fault.place << ": " << fault.by;
     }
     const auto version = [this](const string &number) {
@@ -305,7 +323,7 @@ TYPED_TEST(NetworkFiles, TellOfProgress)
     const string file = this->name;
     R::write(net.get(), file.c_str(), TAVIK_PRINT, 0);
     EXPECT_EQ(this->output.take(), "Opening " + file + " for writing network data structure\n" +
-                                       "Writing Neural Network... 21 Lines written to network file. \nFile " +
+                                       "Writing Neural Network... 22 Lines written to network file. \nFile " +
                                        file + " closed\n");
     Owned<TypeParam> same(R::read(file.c_str(), TAVIK_PRINT, 0));
     EXPECT_EQ(this->output.take(), "Attempting to open " + file +
@@ -314,7 +332,7 @@ TYPED_TEST(NetworkFiles, TellOfProgress)
     FILE *stream = std::fopen(file.c_str(), "w+");
     R::write(net.get(), nullptr, TAVIK_PRINT, TAVIK_FILE, stream, 0);
     EXPECT_EQ(this->output.take(),
-              "Writing Neural Network... 21 Lines written to network file.  \nFile not closed.\n");
+              "Writing Neural Network... 22 Lines written to network file.  \nFile not closed.\n");
     std::rewind(stream);
     same.reset(R::read(nullptr, TAVIK_FILE, stream, TAVIK_PRINT, 0));
     EXPECT_EQ(this->output.take(), "Network restored from file.  File not closed.\n");
@@ -330,7 +348,7 @@ TYPED_TEST(NetworkFiles, AreIndependentOfTheLocale)
     std::ofstream(source)
         << "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n";
     const string compile =
-        "cd '" + this->folder + "' && localedef -c -i source -f ANSI_X3.4-1968 ./comma 2>source";
+        "cd '" + this->folder + "' && localedef -c -i source -f ANSI_X3.4-1968 ./comma 2>/dev/null";
     if (std::system(compile.c_str()) == -1) GTEST_SKIP() << "no shell";
     setenv("LOCPATH", this->folder.c_str(), 1);
     const bool set = std::setlocale(LC_NUMERIC, "comma") != nullptr;
@@ -371,9 +389,9 @@ TYPED_TEST(NetworkFiles, ThatCannotBeOpenedOrAreNone)
     EXPECT_EQ(outcome("", [&] { R::write(net.get(), nullptr, TAVIK_PRINT, 0); }), "0 0");
     EXPECT_EQ(this->output.take(), "");
     EXPECT_EQ(outcome("ii", [&] { R::write(net.get(), this->name.c_str(), TAVIK_PRINT, 12345, 0); }),
-              "5 11001 12345 4");
+              "5 11001 12345 2");
     EXPECT_EQ(outcome("ii", [&] { R::read(missing.c_str(), TAVIK_FILE, nullptr, 12345, 0); }),
-              "5 11001 12345 4");
+              "5 11001 12345 2");
     EXPECT_TRUE(files::is_empty(this->folder));
 }
 

@@ -209,6 +209,7 @@ TYPED_TEST(NetworkEdits, AgreeWithAPlainModel)
                 return std::pair{due, this->edit(net.get(), due, TAVIK_LINK_LAYER, layer, other)};
             case 5: {
                 std::vector<Real> weights;
+                weights.reserve(1); // an address, also of no weights
                 for (auto &link : model.links) weights.push_back(Real(link.weight = from_to(-99, 99)));
                 int count = -1;
                 due = "0 0";
@@ -489,8 +490,8 @@ TYPED_TEST(NetworkEdits, DamagedRecordsAreToldOf)
             this->edit(net, "", TAVIK_CREATE_HIDDEN_LAYER, 2, TAVIK_LINK_ALL);
             damage(*net);
             const string outcome = capture::outcome([&] { calls[i](net); });
-            EXPECT_THAT(outcome.substr(0, 7),
-                        testing::AnyOf("0 0", "5 40121", "6 40096", "5 40094", "5 40095"))
+            EXPECT_THAT(outcome,
+                        testing::AnyOf("0 0", "5 40121", "5 602", "5 40094", "5 40095", "5 40097", "6 40096"))
                 << "call " << i;
             told += outcome == "5 40121";
         }
