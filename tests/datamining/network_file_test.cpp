@@ -193,6 +193,12 @@ TYPED_TEST(NetworkFiles, MayBeLaidOutFreely)
     EXPECT_EQ(weight("-1e-99999"), 0);
     EXPECT_EQ(weight("0.1000000000000000055511151231257827021181583404541015625"), TypeParam(0.1));
     EXPECT_EQ(weight("1e-45"), TypeParam(1e-45));
+    EXPECT_EQ(weight("-inf"), -INFINITY);
+    EXPECT_TRUE(std::isnan(weight("-nan")));
+    // However long a number is.
+    EXPECT_EQ(weight("0." + string(400, '0') + "1"), 0);
+    EXPECT_EQ(weight("0." + string(600, '3')), TypeParam(1.0 / 3));
+    EXPECT_EQ(weight("1" + string(900, '0') + "e-900"), 1);
 }
 
 // Where the text of the sample is changed: line and place in the line, both from 0.
@@ -253,8 +259,11 @@ TYPED_TEST(NetworkFiles, ThatAreMalformedAreRefused)
         EXPECT_EQ(version(other), "5 65372 " + this->name) << other;
     for (const char *none : {"x", "one", "{", "."})
         EXPECT_THAT(version(none), testing::AnyOf("5 65372 " + this->name, "5 65373 " + this->name)) << none;
-    EXPECT_EQ(this->read(string(sample).replace(sample.find("1048576"), 7, "2e39")).first,
-              sizeof(TypeParam) == sizeof(float) ? "5 65373" : "0 0");
+    const auto weight = [this](const string &number) {
+        return this->read(string(sample).replace(sample.find("1048576"), 7, number)).first;
+    };
+    EXPECT_EQ(weight("1" + string(320, '0') + "e-5"), "5 65373");
+    EXPECT_EQ(weight("2e39"), sizeof(TypeParam) == sizeof(float) ? "5 65373" : "0 0");
 }
 
 TYPED_TEST(NetworkFiles, ThatEndEarlyAreRefused)
@@ -382,6 +391,7 @@ TYPED_TEST(NetworkFiles, ThatCannotBeOpenedOrAreNone)
     EXPECT_EQ(outcome("lll", [&] { EXPECT_EQ(R::read(missing.c_str(), 0), nullptr); }),
               "5 65359 ASCII " + missing + " reading the neural network");
     EXPECT_EQ(outcome("l", [&] { R::write(net.get(), this->folder.c_str(), 0); }), "5 65359 ASCII");
+    EXPECT_EQ(outcome("", [&] { R::write(net.get(), "", 0); }), "5 65359");
     EXPECT_THAT(outcome("", [&] { EXPECT_EQ(R::read(this->folder.c_str(), 0), nullptr); }),
                 testing::AnyOf("5 65359", "5 65373"));
     EXPECT_EQ(outcome("l", [&] { R::write(nullptr, this->name.c_str(), 0); }), "5 150 network");
