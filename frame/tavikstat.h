@@ -1253,8 +1253,8 @@ enum tavik_weights_method {
  *       more. Where these functions put no more patterns into their class than the largest class has, a warning is
  *       printed on the output unit.
  * Patterns with a value that is NaN or infinite are left out of all that; a potential that does not vary is not scaled.
- * The sign of a component makes its largest weight positive. A perceptron that is not linked to all inputs takes the
- * part of a component that it can. Computed in double by both variants. Uniforms come from the thread's generator:
+ * The sign of a component or function makes its largest coefficient, for inputs of standard deviation 1, positive. A
+ * perceptron that is not linked to all inputs takes the part of it that it can. Computed in double by both variants. Uniforms come from the thread's generator:
  * perceptron by perceptron, in the first layer the bias first, in later ones last.
  *
  * Warning: 3, 40114 discriminant weights without classes: weights are random.
