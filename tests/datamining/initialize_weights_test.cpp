@@ -399,7 +399,7 @@ TYPED_TEST(InitializeWeights, PrintASummary)
         for (bool classification : {true, false}) {
             if (method == 4 && !classification) continue;
             const auto w = this->weights(net, TAVIK_PRINT, TAVIK_METHOD, method,
-                                         classification ? TAVIK_CLASSIFICATION : TAVIK_PRINT, classes);
+                                         classification ? TAVIK_CLASSIFICATION : 0, classes);
             string due = "\n-------------------------------------------\n"
                          "-\t NETWORK WEIGHTS INITIALIZED USING \n"
                          "-\t " +
