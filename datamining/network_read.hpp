@@ -13,8 +13,8 @@ namespace tavik::datamining {
 
 template <class Network> class NetworkReader {
 public:
-    NetworkReader(FILE *stream, const char *name, Workspace &workspace)
-        : scanner_(stream), name_(name), workspace_(workspace)
+    NetworkReader(FILE *stream, char *buffer, const char *name, Workspace &workspace)
+        : scanner_(stream, buffer), stream_(stream), name_(name), workspace_(workspace)
     {
     }
 
@@ -25,6 +25,7 @@ public:
         network_ = new_network<Network>(workspace_);
         if (network_ == nullptr || !read_counts() || !read_layers() || !read_links() || !read_nodes())
             return nullptr;
+        scanner_.stop();
         return network_;
     }
 
@@ -45,7 +46,8 @@ private:
     {
         switch (scan) {
         case Scan::found: return true;
-        case Scan::end_of_file: return fail("the file ends early");
+        case Scan::end_of_file:
+            return fail(std::ferror(stream_) != 0 ? "it cannot be read" : "the file ends early");
         case Scan::no_number: return fail("a number is expected");
         default: return fail("a number is too large");
         }
@@ -190,6 +192,7 @@ private:
     }
 
     TextScanner scanner_;
+    FILE *stream_;
     const char *name_;
     Workspace &workspace_;
     Counts counts_{};
@@ -205,8 +208,11 @@ void l_mlff_network_read(const char *filename, ArgumentList &list, Workspace &wo
     if (!read_options(OptionReader(list, count_codes), options)) return;
     if (options.stream == nullptr && !check_not_null(filename, "filename")) return;
     FILE *progress = nullptr, *stream = options.stream;
+    char *buffer = nullptr;
     tavik_umach(2, &progress);
     if (stream == nullptr) {
+        buffer = workspace.array<char>(TextScanner::buffer_size);
+        if (buffer == nullptr) return;
         if (options.print)
             std::fprintf(progress, "Attempting to open %s for \nreading network data structure\n", filename);
         stream = std::fopen(filename, "r");
@@ -220,7 +226,7 @@ void l_mlff_network_read(const char *filename, ArgumentList &list, Workspace &wo
         return;
     }
 
-    NetworkReader<Network> reader(stream, name_of(filename, options), workspace);
+    NetworkReader<Network> reader(stream, buffer, name_of(filename, options), workspace);
     Network *network = reader.read();
     if (network == nullptr) return;
     if (options.stream == nullptr) std::fclose(workspace.hand_over(stream));

@@ -1040,8 +1040,8 @@ typedef struct {
 } tavik_layer;
 
 typedef struct {
-    float weight;
-    float gradient; /* 1 in a new link */
+    float weight;   /* 0 in a new link */
+    float gradient; /* 1 */
     int to_node;
     int from_node;
 } tavik_f_link;
@@ -1060,7 +1060,7 @@ typedef struct {
     int *inLinks;  /* indices of the links that end here, in the order of their creation */
     int *outLinks; /* of those that start here */
     float param;   /* for trainers; 1 in a new node */
-    float bias;
+    float bias;    /* 0 */
     int activationFcn; /* an activation code: TAVIK_LOGISTIC in a new hidden layer, elsewhere TAVIK_LINEAR */
 } tavik_f_node;
 
@@ -1132,12 +1132,13 @@ TAVIK_API void tavik_d_mlff_network_free(tavik_d_network *network);
  *                                        no link is made
  *   TAVIK_LINK_NODE, int to, int from    make the link to a node from a node of a lower layer
  *   TAVIK_REMOVE_LINK, int to, int from  remove the link to a node from a node; if there are several, the last one. Links
- *                                        made after it move down one place. Both numbers must be below n_links
+ *                                        made after it move down one place. Both numbers must be below n_links (so a
+ *                                        small network can have links that cannot be removed)
  *   TAVIK_WEIGHTS, const Real []         the weight of each link, n_links elements
  *   TAVIK_N_LINKS, int *                 receives the number of links
  *   TAVIK_PRINT, TAVIK_PRINT_NETWORK     print layers, nodes and links on the output unit
  * Only one of the four that make or remove links may stand in a call. An option that is given twice counts with its
- * last values. Errors end the call; what earlier options of the list above did remains, as the last of them left it.
+ * last values: activation functions and biases of two layers take two calls. Errors end the call; what earlier options of the list above did remains, as the last of them left it.
  *
  * A link that exists already is not made again: 6, 40096 tells so, and the call goes on.
  *
@@ -1175,7 +1176,8 @@ TAVIK_API void tavik_d_mlff_network(tavik_d_network *network, ...);
  *
  * A regular file appears under its name only when it is complete: it is written beside it and renamed, so a failure
  * leaves the old file as it was. Where the folder allows no new file, and for other than regular files, the target
- * itself is written. Its bytes do not depend on the locale:
+ * itself is written. 15 digits bring a float back exactly, and a double to a relative error of 5e-15. The bytes do not
+ * depend on the locale:
  *
  *     1.000000                                              the version of the format
  *     n_inputs n_outputs n_layers n_links n_nodes next_link
@@ -1224,7 +1226,7 @@ enum tavik_weights_method {
 /**
  * Gives all links of a network weights, and all perceptrons biases, with which training can begin.
  *
- * @param network       its links are made. Inputs are the nominal columns, then the continuous ones.
+ * @param network       one with all its links: perceptrons without get biases only. Inputs are the nominal columns, then the continuous ones.
  * @param n_patterns    training patterns, more than n_nominal + n_continuous.
  * @param n_nominal     columns of nominal, at least 0; n_nominal + n_continuous is the network's n_inputs.
  * @param n_continuous  columns of continuous, at least 0.
