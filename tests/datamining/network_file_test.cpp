@@ -88,6 +88,12 @@ template <class Real> struct NetworkFiles : NetworkTest {
         Owned<Real> net;
         const string outcome = capture::outcome([&] { net.reset(R::read(name.c_str(), 0)); }, kinds);
         EXPECT_EQ(net == nullptr, outcome.substr(0, 3) != "0 0") << outcome;
+        // A stream of ours is read in another way, with the same result.
+        FILE *stream = std::fopen(name.c_str(), "r");
+        Owned<Real> streamed(R::read(nullptr, TAVIK_FILE, stream, 0));
+        EXPECT_EQ(text(tavik_error_type(), tavik_error_code()), outcome.substr(0, outcome.find(' ', 2)))
+            << "from a stream: " << bytes.substr(0, 300);
+        std::fclose(stream);
         return {outcome, std::move(net)};
     }
 };
@@ -273,6 +279,34 @@ TYPED_TEST(NetworkFiles, ThatEndEarlyAreRefused)
     EXPECT_EQ(this->read(sample.substr(0, sample.size() - 1)).first, "0 0");
 }
 
+// However a file falls into the pieces in which it is read, and in a stream.
+TYPED_TEST(NetworkFiles, MayBeLarge)
+{
+    using Real = TypeParam;
+    const auto net = make<Real>(40, 50);
+    Routines<Real>::edit(net.get(), TAVIK_LINK_ALL, 0);
+    for (int k = 0; k < net->n_links; ++k) net->links[k].weight = Real(1.0 / (k + 1));
+    const string bytes = this->written(*net);
+    ASSERT_GT(bytes.size(), 100000U);
+    const Owned<Real> same = this->read(bytes).second;
+    ASSERT_NE(same, nullptr);
+    EXPECT_EQ(this->written(*same), bytes);
+    const Record due(*same);
+    for (int shift = 0; shift < 60; ++shift) {
+        const auto [outcome, shifted] = this->read(string(shift, ' ') + bytes + "rest");
+        ASSERT_EQ(outcome, "0 0") << shift;
+        EXPECT_TRUE(Record(*shifted) == due) << shift;
+    }
+    FILE *stream = std::fopen(this->name.c_str(), "r");
+    const Owned<Real> streamed(Routines<Real>::read(nullptr, TAVIK_FILE, stream, 0));
+    char rest[6] = {};
+    EXPECT_EQ(std::fread(rest, 1, 6, stream), 5U);
+    EXPECT_STREQ(rest, "\nrest");
+    std::fclose(stream);
+    ASSERT_NE(streamed, nullptr);
+    EXPECT_TRUE(Record(*streamed) == due);
+}
+
 // Counts do not make the reader allocate: that would be 5, 200, or many gigabytes.
 TYPED_TEST(NetworkFiles, ThatClaimMuchCostLittle)
 {
@@ -403,6 +437,32 @@ TYPED_TEST(NetworkFiles, ThatCannotBeOpenedOrAreNone)
     EXPECT_EQ(outcome("ii", [&] { R::read(missing.c_str(), TAVIK_FILE, nullptr, 12345, 0); }),
               "5 11001 12345 2");
     EXPECT_TRUE(files::is_empty(this->folder));
+}
+
+// Whoever reads a file while threads write it finds one network or the other.
+TYPED_TEST(NetworkFiles, AreWholeAtAnyTime)
+{
+    using R = Routines<TypeParam>;
+    const auto write = [&](int n) {
+        capture::restore_defaults(false);
+        const auto net = make<TypeParam>(n, n);
+        R::edit(net.get(), TAVIK_LINK_ALL, 0);
+        for (int i = 0; i < 150; ++i) {
+            R::write(net.get(), this->name.c_str(), 0);
+            EXPECT_EQ(tavik_error_code(), 0);
+        }
+    };
+    R::write(this->sample_network().get(), this->name.c_str(), 0);
+    std::thread first(write, 3), second(write, 20);
+    for (int i = 0; i < 300; ++i) {
+        const Owned<TypeParam> net(R::read(this->name.c_str(), 0));
+        EXPECT_NE(net, nullptr) << tavik_error_code();
+        if (net == nullptr) break;
+        EXPECT_THAT(net->n_links, testing::AnyOf(6, 9, 400));
+    }
+    first.join();
+    second.join();
+    EXPECT_EQ(std::distance(files::directory_iterator(this->folder), {}), 1);
 }
 
 TYPED_TEST(NetworkFiles, SurviveAFailedWrite)
