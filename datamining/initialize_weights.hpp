@@ -5,12 +5,15 @@
 // its activation function is where it is steep, and not saturated, at the start.
 #pragma once
 
-#include "network_record.hpp"
+#include "network_checks.hpp"
 #include "patterns.hpp"
 #include "weights_summary.hpp"
 
 #include "frame/call.hpp"
 #include "frame/options.hpp"
+
+#include <climits>
+#include <cstdint>
 
 namespace tavik::datamining {
 

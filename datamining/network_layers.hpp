@@ -1,8 +1,10 @@
 // Layers of a network: a new network of two, a hidden layer between others, and what belongs to all nodes of a layer.
 #pragma once
 
-#include "network_record.hpp"
+#include "network_checks.hpp"
 
+#include <algorithm>
+#include <climits>
 #include <numeric>
 
 namespace tavik::datamining {

@@ -5,8 +5,10 @@
 // memory no link is made at all.
 #pragma once
 
-#include "network_record.hpp"
+#include "growing_blocks.hpp"
+#include "network_checks.hpp"
 
+#include <climits>
 #include <utility>
 
 namespace tavik::datamining {

@@ -1,7 +1,7 @@
 // A network on the output unit.
 #pragma once
 
-#include "network_record.hpp"
+#include "network_checks.hpp"
 
 #include "frame/locked_stream.hpp"
 #include "frame/text_writer.hpp"

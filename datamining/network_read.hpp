@@ -4,10 +4,14 @@
 // been read, not with what counts claim.
 #pragma once
 
+#include "growing_blocks.hpp"
 #include "network_file_options.hpp"
-#include "network_layers.hpp"
+#include "network_record.hpp"
 
 #include "frame/text_scanner.hpp"
+
+#include <algorithm>
+#include <climits>
 
 namespace tavik::datamining {
 

@@ -7,8 +7,8 @@
 //     for each node: layer_id n_inLinks n_outLinks activationFcn bias param, and lines of its in-links and out-links
 #pragma once
 
+#include "network_checks.hpp"
 #include "network_file_options.hpp"
-#include "network_record.hpp"
 
 #include "frame/output_file.hpp"
 #include "frame/text_writer.hpp"

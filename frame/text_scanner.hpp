@@ -56,8 +56,9 @@ public:
         double wide = 0;
         const bool fits_a_double = std::from_chars(first(), last_, wide).ec == std::errc{};
         const std::string_view token(first_, static_cast<std::size_t>(last_ - first_));
-        const bool small = fits_a_double ? std::fabs(wide) < 1
-                                         : token.find("e-") != token.npos || token.find("E-") != token.npos;
+        constexpr auto absent = std::string_view::npos;
+        const bool negative_exponent = token.find("e-") != absent || token.find("E-") != absent;
+        const bool small = fits_a_double ? std::fabs(wide) < 1 : negative_exponent;
         if (!small || end != last_) return result(end, error);
         value = *first_ == '-' ? -Real{0} : Real{0};
         return Scan::found;
