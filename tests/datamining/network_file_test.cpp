@@ -169,6 +169,32 @@ TYPED_TEST(NetworkFiles, GiveAnyNetworkBack)
     }
 }
 
+// A file made by others may hold links twice, and lists in any order.
+TYPED_TEST(NetworkFiles, MayHoldLinksTwice)
+{
+    using R = Routines<TypeParam>;
+    const string twice = "1.0\n2 1 2 4 3 4\n2 0 1\n1 2\n0 2 5 1\n0 2 6 1\n1 2 7 1\n0 2 8 1\n"
+                         "0 0 3 0 0 1\n3 0 1\n0 0 1 0 0 1\n2\n1 4 0 0 0 1\n2 3 1 0\n";
+    const auto [outcome, net] = this->read(twice);
+    ASSERT_EQ(outcome, "0 0");
+    EXPECT_EQ(this->written(*net).substr(9, 11), "2 1 2 4 3 4");
+    R::edit(net.get(), TAVIK_LINK_NODE, 2, 0, 0);
+    EXPECT_EQ(tavik_error_code(), 40096);
+    for (const std::vector<double> &due : {std::vector<double>{5, 6, 7}, {5, 7}}) { // the last one goes first
+        R::edit(net.get(), TAVIK_REMOVE_LINK, 2, 0, 0);
+        const Record seen(*net);
+        std::vector<double> weights;
+        for (const auto &link : seen.links) weights.push_back(link.weight);
+        EXPECT_EQ(weights, due);
+        for (int i = 0; i < 3; ++i) {
+            for (int k : seen.nodes[i].in) EXPECT_EQ(seen.links[k].to, i);
+            for (int k : seen.nodes[i].out) EXPECT_EQ(seen.links[k].from, i);
+        }
+        EXPECT_EQ(seen.nodes[2].in.size(), due.size());
+        EXPECT_EQ(seen.nodes[0].out.size(), due.size() - 1);
+    }
+}
+
 // Blanks and line breaks may stand anywhere, and numbers in any form that scanf takes.
 TYPED_TEST(NetworkFiles, MayBeLaidOutFreely)
 {
