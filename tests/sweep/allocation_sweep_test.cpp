@@ -16,6 +16,8 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -144,6 +146,127 @@ template <class Real, class Cluster> void *with_clusters(Cluster cluster, const 
     return found;
 }
 
+// Networks that a case leaves, since releasing one at once would clear the error.
+template <class Network> Network *network_left = nullptr;
+
+void release_networks()
+{
+    tavik_f_mlff_network_free(std::exchange(network_left<tavik_f_network>, nullptr));
+    tavik_d_mlff_network_free(std::exchange(network_left<tavik_d_network>, nullptr));
+}
+
+template <class Network> void *leave(Network *network)
+{
+    network_left<Network> = network;
+    return no_result;
+}
+
+// Every link is in the lists of its nodes, and nothing else is in any.
+template <class Network> bool lists_match(const Network &network)
+{
+    int listed = 0;
+    bool match = network.next_link == network.n_links;
+    for (int i = 0; i < network.n_nodes; ++i) {
+        const auto &node = network.nodes[i];
+        for (int k = 0; k < node.n_inLinks; ++k, ++listed)
+            match &= node.inLinks[k] < network.n_links && network.links[node.inLinks[k]].to_node == i;
+        for (int k = 0; k < node.n_outLinks; ++k, ++listed)
+            match &= node.outLinks[k] < network.n_links && network.links[node.outLinks[k]].from_node == i;
+    }
+    return match && listed == 2 * network.n_links;
+}
+
+// Edits one by one. The one that fails leaves the network as it was.
+template <class Network, class Init, class Edit> void *with_edits(Init init, Edit edit)
+{
+    Network *network = init(2, 9);
+    leave(network);
+    static FILE *const nowhere = std::fopen("/dev/null", "w");
+    const auto step = [=](auto... options) {
+        const int n_links = network->n_links, n_layers = network->n_layers;
+        edit(network, options..., 0);
+        EXPECT_TRUE(lists_match(*network));
+        if (tavik_error_type() != 5) return true;
+        EXPECT_TRUE(network->n_links == n_links && network->n_layers == n_layers);
+        return false;
+    };
+    if (network == nullptr || !step(TAVIK_CREATE_HIDDEN_LAYER, 9) || !step(TAVIK_LINK_NODE, 3, 1) ||
+        !step(TAVIK_LINK_LAYER, 1, 0) || !step(TAVIK_REMOVE_LINK, 2, 1) || !step(TAVIK_LINK_ALL) ||
+        !step(TAVIK_LINK_NODE, 11, 0))
+        return no_result;
+    tavik_output_file(TAVIK_SET_OUTPUT_FILE, nowhere, 0);
+    step(TAVIK_PRINT);
+    return no_result;
+}
+
+// A network to write, to read and to give weights to; it is made when nothing fails, like the file.
+template <class Network, class Init, class Edit> Network *linked_network(Init init, Edit edit)
+{
+    static Network *const network = [=] {
+        Network *made = init(2, 3);
+        edit(made, TAVIK_CREATE_HIDDEN_LAYER, 9, TAVIK_LINK_ALL, 0);
+        return made;
+    }();
+    return network;
+}
+tavik_f_network *linked_f()
+{
+    return linked_network<tavik_f_network>(tavik_f_mlff_network_init, tavik_f_mlff_network);
+}
+tavik_d_network *linked_d()
+{
+    return linked_network<tavik_d_network>(tavik_d_mlff_network_init, tavik_d_mlff_network);
+}
+
+const char *network_file()
+{
+    static const struct File {
+        std::string name = testing::TempDir() + "network_" + std::to_string(getpid());
+        File()
+        {
+            tavik_d_mlff_network_write(linked_d(), name.c_str(), 0);
+        }
+        ~File()
+        {
+            std::remove(name.c_str());
+        }
+    } file;
+    return file.name.c_str();
+}
+
+// The stream has its buffer.
+FILE *network_stream()
+{
+    static FILE *const stream = [] {
+        static char buffer[BUFSIZ];
+        FILE *made = std::tmpfile();
+        std::setvbuf(made, buffer, _IOFBF, sizeof buffer);
+        tavik_d_mlff_network_write(linked_d(), nullptr, TAVIK_FILE, made, 0);
+        return made;
+    }();
+    std::rewind(stream);
+    return stream;
+}
+
+template <class Real, class Eigen> void *with_vectors(Eigen eig_sym, const Real *a)
+{
+    Real *vectors;
+    void *values = eig_sym(2, a, TAVIK_VECTORS, &vectors, 0);
+    EXPECT_EQ(vectors == nullptr, values == nullptr);
+    tavik_free(vectors);
+    return values;
+}
+
+template <class Initialize, class Network, class Real>
+std::function<void *()> with_weights(Initialize initialize, Network *(*network)(), const Real *x, int method)
+{
+    return [=] {
+        static const int classes[] = {0, 1, 2};
+        return initialize(network(), 3, 0, 2, nullptr, x, TAVIK_METHOD, method, TAVIK_CLASSIFICATION, classes,
+                          0);
+    };
+}
+
 const std::vector<Case> &cases()
 {
     static const std::vector<Case> all = {
@@ -154,7 +277,23 @@ const std::vector<Case> &cases()
         {"tavik_d_beta_incomplete", done([] { tavik_d_beta_incomplete(0.5, 2, 3); })},
         {"tavik_d_cluster_k_means", [] { return with_clusters(tavik_d_cluster_k_means, d, d_mass); }},
         {"tavik_d_cluster_seeds", [] { return tavik_d_cluster_seeds(3, 1, d, 2, 0); }},
+        {"tavik_d_eig_sym", [] { return with_vectors(tavik_d_eig_sym, d); }},
         {"tavik_d_machine", done([] { tavik_d_machine(4); })},
+        {"tavik_d_mlff_initialize_weights", with_weights(tavik_d_mlff_initialize_weights, linked_d, d, 2)},
+        {"tavik_d_mlff_initialize_weights", with_weights(tavik_d_mlff_initialize_weights, linked_d, d, 3)},
+        {"tavik_d_mlff_initialize_weights", with_weights(tavik_d_mlff_initialize_weights, linked_d, d, 4)},
+        {"tavik_d_mlff_network",
+         [] { return with_edits<tavik_d_network>(tavik_d_mlff_network_init, tavik_d_mlff_network); }},
+        {"tavik_d_mlff_network_free", done([] { tavik_d_mlff_network_free(nullptr); })},
+        {"tavik_d_mlff_network_init", [] { return leave(tavik_d_mlff_network_init(2, 3)); }},
+        {"tavik_d_mlff_network_read", [] { return leave(tavik_d_mlff_network_read(network_file(), 0)); },
+         Without::null},
+        {"tavik_d_mlff_network_read",
+         [] { return leave(tavik_d_mlff_network_read(nullptr, TAVIK_FILE, network_stream(), 0)); }},
+        {"tavik_d_mlff_network_write",
+         done([] { tavik_d_mlff_network_write(linked_d(), network_file(), 0); }), Without::null},
+        {"tavik_d_mlff_network_write",
+         done([] { tavik_d_mlff_network_write(linked_d(), nullptr, TAVIK_FILE, network_stream(), 0); })},
         {"tavik_d_omp_roundup", done([] { tavik_d_omp_roundup(9); })},
         {"tavik_d_random_normal", [] { return tavik_d_random_normal(3, 0); }},
         {"tavik_d_random_normal", [] { return tavik_d_random_normal(3, TAVIK_ZIGGURAT, 0); }},
@@ -202,7 +341,23 @@ const std::vector<Case> &cases()
         {"tavik_f_beta_incomplete", done([] { tavik_f_beta_incomplete(0.5f, 2, 3); })},
         {"tavik_f_cluster_k_means", [] { return with_clusters(tavik_f_cluster_k_means, f, f_mass); }},
         {"tavik_f_cluster_seeds", [] { return tavik_f_cluster_seeds(3, 1, f, 2, 0); }},
+        {"tavik_f_eig_sym", [] { return with_vectors(tavik_f_eig_sym, f); }},
         {"tavik_f_machine", done([] { tavik_f_machine(4); })},
+        {"tavik_f_mlff_initialize_weights", with_weights(tavik_f_mlff_initialize_weights, linked_f, f, 2)},
+        {"tavik_f_mlff_initialize_weights", with_weights(tavik_f_mlff_initialize_weights, linked_f, f, 3)},
+        {"tavik_f_mlff_initialize_weights", with_weights(tavik_f_mlff_initialize_weights, linked_f, f, 4)},
+        {"tavik_f_mlff_network",
+         [] { return with_edits<tavik_f_network>(tavik_f_mlff_network_init, tavik_f_mlff_network); }},
+        {"tavik_f_mlff_network_free", done([] { tavik_f_mlff_network_free(nullptr); })},
+        {"tavik_f_mlff_network_init", [] { return leave(tavik_f_mlff_network_init(2, 3)); }},
+        {"tavik_f_mlff_network_read", [] { return leave(tavik_f_mlff_network_read(network_file(), 0)); },
+         Without::null},
+        {"tavik_f_mlff_network_read",
+         [] { return leave(tavik_f_mlff_network_read(nullptr, TAVIK_FILE, network_stream(), 0)); }},
+        {"tavik_f_mlff_network_write",
+         done([] { tavik_f_mlff_network_write(linked_f(), network_file(), 0); }), Without::null},
+        {"tavik_f_mlff_network_write",
+         done([] { tavik_f_mlff_network_write(linked_f(), nullptr, TAVIK_FILE, network_stream(), 0); })},
         {"tavik_f_omp_roundup", done([] { tavik_f_omp_roundup(9); })},
         {"tavik_f_random_normal", [] { return tavik_f_random_normal(3, 0); }},
         {"tavik_f_random_normal", [] { return tavik_f_random_normal(3, TAVIK_ZIGGURAT, 0); }},
@@ -303,7 +458,8 @@ TEST_F(Sweep, EveryAllocationOfEveryRoutineMayFail)
             tavik_free(c.routine == "tavik_error_message" ? tavik_version(-1) : nullptr);
         };
         before();
-        tavik_free(c.run()); // warm: what a first call sets up for good is not in question here
+        tavik_free(c.run());
+        release_networks(); // warm: what a first call sets up for good is not in question here
         constexpr long far_more_than_any_needs = 1000;
         for (long k = 1;; ++k) {
             ASSERT_LT(k, far_more_than_any_needs);
@@ -319,6 +475,7 @@ TEST_F(Sweep, EveryAllocationOfEveryRoutineMayFail)
                 }
             }
             tavik_free(result);
+            release_networks();
             EXPECT_LE(failing_malloc::live_blocks(), c.keeps) << "allocation " << k;
             if (!failed) break;
         }

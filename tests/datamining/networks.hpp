@@ -1,0 +1,127 @@
+// What the tests of networks share: the routines of either precision, and a plain copy of a record.
+#pragma once
+
+#include "frame/capture.hpp"
+
+#include <memory>
+#include <ostream>
+#include <sstream>
+#include <vector>
+
+namespace networks {
+
+using std::string;
+
+template <class Real, class F, class D> constexpr auto of_type(F f, D d)
+{
+    if constexpr (std::is_same_v<Real, float>) return f;
+    else return d;
+}
+template <class Real> struct Routines {
+    using Network = std::conditional_t<std::is_same_v<Real, float>, tavik_f_network, tavik_d_network>;
+    static constexpr auto init = of_type<Real>(tavik_f_mlff_network_init, tavik_d_mlff_network_init);
+    static constexpr auto edit = of_type<Real>(tavik_f_mlff_network, tavik_d_mlff_network);
+    static constexpr auto release = of_type<Real>(tavik_f_mlff_network_free, tavik_d_mlff_network_free);
+    static constexpr auto write = of_type<Real>(tavik_f_mlff_network_write, tavik_d_mlff_network_write);
+    static constexpr auto read = of_type<Real>(tavik_f_mlff_network_read, tavik_d_mlff_network_read);
+    static constexpr auto initialize =
+        of_type<Real>(tavik_f_mlff_initialize_weights, tavik_d_mlff_initialize_weights);
+    static constexpr auto uniform = of_type<Real>(tavik_f_random_uniform, tavik_d_random_uniform);
+};
+
+template <class Real> using Network = typename Routines<Real>::Network;
+template <class Real> struct Release {
+    void operator()(Network<Real> *network) const
+    {
+        Routines<Real>::release(network);
+    }
+};
+template <class Real> using Owned = std::unique_ptr<Network<Real>, Release<Real>>;
+
+template <class Real> Owned<Real> make(int n_inputs, int n_outputs)
+{
+    return Owned<Real>(Routines<Real>::init(n_inputs, n_outputs));
+}
+
+struct Record {
+    struct Link {
+        double weight = 0, gradient = 1;
+        int to = -1, from = -1;
+        bool operator==(const Link &) const = default;
+    };
+    struct Node {
+        int layer = 0;
+        std::vector<int> in, out;
+        double param = 1, bias = 0;
+        int activation = 0;
+        bool operator==(const Node &) const = default;
+    };
+    int n_inputs = 0, n_outputs = 0, next_link = 0;
+    std::vector<std::vector<int>> layers;
+    std::vector<Link> links;
+    std::vector<Node> nodes;
+    bool operator==(const Record &) const = default;
+
+    Record() = default;
+    template <class AnyNetwork> explicit Record(const AnyNetwork &net)
+    {
+        n_inputs = net.n_inputs, n_outputs = net.n_outputs, next_link = net.next_link;
+        for (int l = 0; l < net.n_layers; ++l)
+            layers.emplace_back(net.layers[l].nodes, net.layers[l].nodes + net.layers[l].n_nodes);
+        for (int k = 0; k < net.n_links; ++k) {
+            const auto &link = net.links[k];
+            links.push_back({link.weight, link.gradient, link.to_node, link.from_node});
+        }
+        for (int i = 0; i < net.n_nodes; ++i) {
+            const auto &node = net.nodes[i];
+            nodes.push_back({node.layer_id,
+                             {node.inLinks, node.inLinks + node.n_inLinks},
+                             {node.outLinks, node.outLinks + node.n_outLinks},
+                             node.param,
+                             node.bias,
+                             node.activationFcn});
+        }
+    }
+
+    friend void PrintTo(const Record &record, std::ostream *out)
+    {
+        const auto list = [out](const char *name, const std::vector<int> &numbers) {
+            *out << name;
+            for (int number : numbers) *out << ' ' << number;
+        };
+        *out << record.n_inputs << " inputs, " << record.n_outputs << " outputs, next link "
+             << record.next_link;
+        for (const auto &layer : record.layers) list("\n  layer:", layer);
+        for (const auto &[weight, gradient, to, from] : record.links)
+            *out << "\n  link to " << to << " from " << from << ": " << weight << ' ' << gradient;
+        for (const Node &node : record.nodes) {
+            *out << "\n  node in layer " << node.layer << ", activation " << node.activation << ", bias "
+                 << node.bias << ", param " << node.param;
+            list(", in:", node.in);
+            list(", out:", node.out);
+        }
+    }
+};
+
+// "5 602 to 3 1 2": an outcome as capture::outcome tells it.
+template <class... Parts> string text(const Parts &...parts)
+{
+    std::ostringstream out;
+    const char *blank = "";
+    ((out << blank << parts, blank = " "), ...);
+    return out.str();
+}
+
+struct NetworkTest : capture::FrameTest {
+    capture::Stream output;
+    NetworkTest()
+    {
+        tavik_output_file(TAVIK_SET_OUTPUT_FILE, output.file, 0);
+    }
+    ~NetworkTest() override
+    {
+        tavik_output_file(TAVIK_SET_OUTPUT_FILE, stdout, 0);
+    }
+};
+
+} // namespace networks
