@@ -61,7 +61,7 @@ public:
     }
 
 private:
-    static constexpr std::ptrdiff_t longest_token = 511;
+    static constexpr std::ptrdiff_t longest_token = 4095;
 
     static bool is_blank(char c)
     {
