@@ -153,8 +153,5 @@ double find_below(const double *distances, const double *shares, std::size_t pad
     return low < high ? low : high;
 }
 
-constexpr DistanceKernels kernels_of_this_level = {to_two<float>, to_two<double>, to_all, between,
-                                                   find_below};
-
 } // namespace
 } // namespace tavik::multivariate
