@@ -1,7 +1,7 @@
 // K-means clustering: from the caller's seeds to a partition that no transfer of a single observation improves.
 //
 // assign() takes every observation to the closest seed, the transfer stages move observations one by one, and the
-// outputs are formed anew from the members. Methods: partition.hpp, transfers.hpp, drift.hpp.
+// outputs are formed anew from the members. Methods: partition.hpp, transfers.hpp, passes.hpp.
 #pragma once
 
 #include "k_means_options.hpp"
@@ -53,13 +53,15 @@ bool iterate(Partition<Real> &partition, Transfers<Real> &transfers, int max_ite
 {
     transfers.start();
     bool moved = true;
-    for (n_iterations = 0; moved && n_iterations < max_iterations; ++n_iterations) {
-        moved = transfers.optimal_stage();
-        if (moved) transfers.quick_stage();
-        if (history == nullptr) continue;
-        const auto n = static_cast<std::size_t>(partition.observations.n);
-        write_membership(partition, history + static_cast<std::size_t>(n_iterations) * n);
-    }
+    transfers.run([&] {
+        for (n_iterations = 0; moved && n_iterations < max_iterations; ++n_iterations) {
+            moved = transfers.optimal_stage();
+            if (moved) transfers.quick_stage();
+            if (history == nullptr) continue;
+            const auto n = static_cast<std::size_t>(partition.observations.n);
+            write_membership(partition, history + static_cast<std::size_t>(n_iterations) * n);
+        }
+    });
     return !moved;
 }
 

@@ -27,6 +27,7 @@ template <class Real> struct Observations {
     const Real *frequencies, *weights; // null: all 1
     bool complete;                     // no value is NaN
     double mass_scale; // a power of two that keeps sums of masses in range; decisions are the same
+    double least_mass, greatest_mass;
 
     const Real *row(int i) const
     {
@@ -39,42 +40,31 @@ template <class Real> struct Observations {
         std::copy_n(row(i), n_variables, to);
     }
 
-    void prefetch(int i) const
-    {
-        constexpr std::size_t line = 64 / sizeof(Real);
-        for (std::size_t j = 0; j < n_variables; j += line) __builtin_prefetch(row(i) + j);
-    }
-
     double mass(int i) const
     {
-        if (!has_masses()) return 1;
-        return std::max(unscaled_mass(i) * mass_scale, smallest_normal<double>);
+        return has_masses() ? scaled(unscaled_mass(i)) : 1;
     }
 
     // Extreme masses are scaled to about 1.
-    void set_mass_scale()
+    void scale_masses()
     {
-        double greatest = 0;
-        for (int i = 0; has_masses() && i < n; ++i) greatest = std::max(greatest, unscaled_mass(i));
+        double least = infinity<double>, greatest = 0;
+        for (int i = 0; has_masses() && i < n; ++i) {
+            least = std::min(least, unscaled_mass(i));
+            greatest = std::max(greatest, unscaled_mass(i));
+        }
         const bool extreme = greatest > 1e100 || (greatest > 0 && greatest < 1e-100);
         mass_scale = extreme ? std::ldexp(1.0, -std::ilogb(greatest)) : 1;
-    }
-
-    double least_mass() const
-    {
-        double least = mass(0);
-        for (int i = 1; has_masses() && i < n; ++i) least = std::min(least, mass(i));
-        return least;
-    }
-
-    double greatest_mass() const
-    {
-        double greatest = mass(0);
-        for (int i = 1; has_masses() && i < n; ++i) greatest = std::max(greatest, mass(i));
-        return greatest;
+        least_mass = has_masses() ? scaled(least) : 1;
+        greatest_mass = has_masses() ? scaled(greatest) : 1;
     }
 
 private:
+    double scaled(double mass) const
+    {
+        return std::max(mass * mass_scale, smallest_normal<double>);
+    }
+
     double unscaled_mass(int i) const
     {
         const double f = frequencies != nullptr ? frequencies[i] : 1;
@@ -141,8 +131,8 @@ bool observe(const Real *x, int n_observations, int n_variables, const DataOptio
 {
     const auto n = static_cast<std::size_t>(n_observations), p = static_cast<std::size_t>(n_variables);
     const auto stride = static_cast<std::size_t>(options.x_col_dim);
-    observations = {x, stride, n_observations, p, options.frequencies, options.weights, true, 1};
-    observations.set_mass_scale();
+    observations = {x, stride, n_observations, p, options.frequencies, options.weights, true, 1, 1, 1};
+    observations.scale_masses();
     if (options.variables != nullptr) {
         Real *selected = n <= SIZE_MAX / p ? workspace.array_or_null<Real>(n * p) : nullptr;
         if (selected == nullptr) {
