@@ -35,9 +35,8 @@ template <class Real> struct KMeansOutputs {
         if (options.history.pointer == nullptr) return true;
         const auto rows = static_cast<std::size_t>(std::max(1, options.max_iterations));
         history = workspace.result_or_null<int>(n * rows);
-        if (history == nullptr)
-            raise_no_memory("n_observations", n_observations, "max_iterations", options.max_iterations);
-        return history != nullptr;
+        if (history != nullptr) return true;
+        return raise_no_memory("n_observations", n_observations, "max_iterations", options.max_iterations);
     }
 };
 
@@ -69,7 +68,7 @@ bool iterate(Partition<Real> &partition, Transfers<Real> &transfers, int max_ite
 template <class Real> bool check_members(const Partition<Real> &partition)
 {
     for (std::size_t c = 0; c < partition.centres.n_clusters; ++c) {
-        if (!(partition.sums.clusters[c].mass > 0)) return raise(20083, static_cast<int>(c) + 1);
+        if (!(partition.sums.clusters[c].mass > 0)) return raise(terminal, 20083, static_cast<int>(c) + 1);
     }
     return true;
 }

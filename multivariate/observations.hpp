@@ -103,24 +103,15 @@ template <class Real> bool has_missing(const Observations<Real> &observations, i
     return found.load();
 }
 
-inline void raise_no_memory(const char *name, int value, const char *other_name, int other)
+inline bool raise_no_memory(const char *name, int value, const char *other_name, int other)
 {
-    tavik_e1sti(1, value);
-    tavik_e1sti(2, other);
-    tavik_e1stl(1, name);
-    tavik_e1stl(2, other_name);
-    tavik_ermes(terminal, 202);
+    return raise(terminal, 202, name, value, other_name, other);
 }
 
-inline void raise_no_memory(int n_observations, int n_variables, int n_clusters)
+inline bool raise_no_memory(int n_observations, int n_variables, int n_clusters)
 {
-    tavik_e1sti(1, n_observations);
-    tavik_e1sti(2, n_variables);
-    tavik_e1sti(3, n_clusters);
-    tavik_e1stl(1, "n_observations");
-    tavik_e1stl(2, "n_variables");
-    tavik_e1stl(3, "n_clusters");
-    tavik_ermes(terminal, 203);
+    return raise(terminal, 203, "n_observations", n_observations, "n_variables", n_variables, "n_clusters",
+                 n_clusters);
 }
 
 // Selected columns are copied side by side once, since every row is read many times. False, with an error, without
@@ -135,10 +126,8 @@ bool observe(const Real *x, int n_observations, int n_variables, const DataOptio
     observations.scale_masses();
     if (options.variables != nullptr) {
         Real *selected = n <= SIZE_MAX / p ? workspace.array_or_null<Real>(n * p) : nullptr;
-        if (selected == nullptr) {
-            raise_no_memory("n_observations", n_observations, "n_variables", n_variables);
-            return false;
-        }
+        if (selected == nullptr)
+            return raise_no_memory("n_observations", n_observations, "n_variables", n_variables);
         for (std::size_t i = 0; i < n; ++i) {
             for (std::size_t j = 0; j < p; ++j)
                 selected[i * p + j] = x[i * stride + static_cast<std::size_t>(options.variables[j])];
