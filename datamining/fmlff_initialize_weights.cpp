@@ -1,4 +1,4 @@
-#include "initialize_weights.hpp"
+#include "mlff_initialize_weights.hpp"
 
 using namespace tavik;
 
@@ -8,11 +8,11 @@ extern "C" float *tavik_f_mlff_initialize_weights(tavik_f_network *network, int 
 {
     ArgumentList list;
     va_start(list.arguments, continuous);
-    float *result = public_call<float *>("tavik_f_mlff_initialize_weights", [&](Workspace &workspace,
-                                                                                float *&weights) {
-        const datamining::Patterns<float> patterns{n_patterns, n_nominal, n_continuous, nominal, continuous};
-        datamining::l_mlff_initialize_weights(network, patterns, list, workspace, weights);
-    });
+    float *result =
+        public_call<float *>("tavik_f_mlff_initialize_weights", [&](Workspace &workspace, float *&weights) {
+            datamining::Patterns<float> patterns{n_patterns, n_nominal, n_continuous, nominal, continuous};
+            datamining::l_mlff_initialize_weights(network, patterns, list, workspace, weights);
+        });
     va_end(list.arguments);
     return result;
 }

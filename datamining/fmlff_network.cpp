@@ -1,4 +1,5 @@
-#include "network_edit.hpp"
+#include "mlff_network.hpp"
+#include "mlff_network_init.hpp"
 
 using namespace tavik;
 

@@ -3,6 +3,9 @@
 
 #include "network_record.hpp"
 
+#include <algorithm>
+#include <cstdint>
+
 namespace tavik::datamining {
 
 inline bool raise_damaged(const char *finding, int number)
@@ -20,9 +23,10 @@ template <class Network> bool check_layers(const Network &network)
     for (int l = 0; l < network.n_layers; ++l) {
         const Layer &layer = network.layers[l];
         if (layer.n_nodes < 1) return raise_damaged("a layer has no nodes", l);
+        if (layer.n_nodes > network.n_nodes - next) return raise_damaged("the layers have too many nodes", l);
         if (layer.nodes == nullptr) return raise_damaged("a layer's list of nodes is null", l);
         for (int i = 0; i < layer.n_nodes; ++i, ++next) {
-            if (next >= network.n_nodes || layer.nodes[i] != next)
+            if (layer.nodes[i] != next)
                 return raise_damaged("the nodes of the layers are not numbered one by one", next);
             if (network.nodes[next].layer_id != l)
                 return raise_damaged("a node names another layer than its own", next);
@@ -76,8 +80,8 @@ template <class Network> bool check_ends(const Network &network, int link)
     return raise_damaged("a link has an end that is no node", link);
 }
 
-// All of a record can be walked. Whether lists and links match is not checked: they do not where a layer was made
-// after links.
+// Layers, nodes and links can be walked, and lists printed. What lists name is checked by those who follow it: a layer
+// that is made after links leaves the lists of the output nodes behind.
 template <class Network> bool check_record(const Network &network)
 {
     if (!check_layers(network) || !check_link_counts(network)) return false;
@@ -86,11 +90,33 @@ template <class Network> bool check_record(const Network &network)
     }
     for (int i = 0; i < network.n_nodes; ++i) {
         const NodeOf<Network> &node = network.nodes[i];
-        if (!check_list(network, node.inLinks, node.n_inLinks, i) ||
-            !check_list(network, node.outLinks, node.n_outLinks, i))
+        if (!check_list_block(network, node.inLinks, node.n_inLinks, i) ||
+            !check_list_block(network, node.outLinks, node.n_outLinks, i))
             return false;
     }
     return true;
+}
+
+// Lists and links agree, as they do in what can be read again.
+template <class Network> bool check_lists(const Network &network)
+{
+    std::int64_t n_in = 0, n_out = 0;
+    for (int i = 0; i < network.n_nodes; ++i) {
+        const NodeOf<Network> &node = network.nodes[i];
+        if (!check_list(network, node.inLinks, node.n_inLinks, i) ||
+            !check_list(network, node.outLinks, node.n_outLinks, i))
+            return false;
+        const auto ends_here = [&](int link) { return network.links[link].to_node == i; };
+        const auto starts_here = [&](int link) { return network.links[link].from_node == i; };
+        if (!std::all_of(node.inLinks, node.inLinks + node.n_inLinks, ends_here) ||
+            !std::all_of(node.outLinks, node.outLinks + node.n_outLinks, starts_here))
+            return raise_damaged("a node lists a link of other nodes, as when a layer was made after links",
+                                 i);
+        n_in += node.n_inLinks;
+        n_out += node.n_outLinks;
+    }
+    if (n_in == network.n_links && n_out == network.n_links) return true;
+    return raise_damaged("the lists of the nodes have not as many links as there are", network.n_links);
 }
 
 } // namespace tavik::datamining

@@ -25,9 +25,9 @@ inline bool read_options(OptionReader reader, NetworkFileOptions &options)
 }
 
 // As errors call what is read or written.
-inline const char *name_of(const char *filename, const NetworkFileOptions &options)
+inline const char *name_of(const char *filename)
 {
-    return options.stream != nullptr ? "(stream of the caller)" : filename;
+    return filename != nullptr ? filename : "(stream of the caller)";
 }
 
 } // namespace tavik::datamining

@@ -36,15 +36,18 @@ struct LayerPairs {
 
 template <class Network> class LayerLinker {
 public:
-    LayerLinker(Network &network, LayerPairs pairs) : network_(network), pairs_(pairs)
+    LayerLinker(Network &network, LayerPairs pairs)
+        : network_(network), pairs_(pairs), n_links_(network.n_links)
     {
     }
 
     bool link(Workspace &workspace)
     {
         if (!prepare(workspace)) return false;
-        for (int l = pairs_.first_to; l <= pairs_.last_to; ++l) count_existing(l);
-        if (!make_room_for_all()) return false;
+        for (int l = pairs_.first_to; l <= pairs_.last_to; ++l) {
+            if (!count_existing(l)) return false;
+        }
+        if (!check_link_count() || !make_room_for_all()) return false;
         for (int l = pairs_.first_to; l <= pairs_.last_to; ++l) make_missing(l);
         return !fatal_pending();
     }
@@ -80,29 +83,50 @@ private:
         }
     }
 
-    void count_existing(int to_layer)
+    bool count_existing(int to_layer)
     {
-        const Layer &sources = layer(to_layer - pairs_.distance);
+        const Layer &targets = layer(to_layer), &sources = layer(to_layer - pairs_.distance);
+        n_links_ += std::int64_t{targets.n_nodes} * sources.n_nodes;
         for (int i = 0; i < sources.n_nodes; ++i) {
             const int from = sources.nodes[i];
+            if (!check_links_from(from)) return false;
             mark_links_from(from, [&](int to) {
                 if (network_.nodes[to].layer_id != to_layer) return;
                 ++existing_in_[to];
                 ++existing_out_[from];
+                --n_links_;
             });
         }
+        for (int i = 0; i < targets.n_nodes; ++i) {
+            const NodeOf<Network> &node = network_.nodes[targets.nodes[i]];
+            if (!check_list_block(network_, node.inLinks, node.n_inLinks, targets.nodes[i])) return false;
+        }
+        return true;
+    }
+
+    bool check_links_from(int from) const
+    {
+        const NodeOf<Network> &node = network_.nodes[from];
+        if (!check_list(network_, node.outLinks, node.n_outLinks, from)) return false;
+        return std::all_of(node.outLinks, node.outLinks + node.n_outLinks,
+                           [&](int link) { return check_ends(network_, link); });
+    }
+
+    bool check_link_count() const
+    {
+        if (n_links_ <= INT_MAX) return true;
+        return raise(terminal, 40120, "links", network_.n_links,
+                     static_cast<int>(std::min<std::int64_t>(n_links_ - network_.n_links, INT_MAX)));
     }
 
     bool make_room_for_all()
     {
-        std::int64_t n_links = network_.n_links;
         for (int l = pairs_.first_to; l <= pairs_.last_to; ++l) {
             const Layer &targets = layer(l), &sources = layer(l - pairs_.distance);
             for (int i = 0; i < targets.n_nodes; ++i) {
                 NodeOf<Network> &node = network_.nodes[targets.nodes[i]];
                 const std::int64_t missing = sources.n_nodes - existing_in_[targets.nodes[i]];
                 if (!make_room(node.inLinks, node.n_inLinks, node.n_inLinks + missing)) return false;
-                n_links += missing;
             }
             for (int i = 0; i < sources.n_nodes; ++i) {
                 NodeOf<Network> &node = network_.nodes[sources.nodes[i]];
@@ -110,11 +134,8 @@ private:
                 if (!make_room(node.outLinks, node.n_outLinks, node.n_outLinks + missing)) return false;
             }
         }
-        if (n_links > INT_MAX)
-            return raise(terminal, 40120, "links", network_.n_links,
-                         static_cast<int>(std::min<std::int64_t>(n_links - network_.n_links, INT_MAX)));
         return make_room(network_.links, static_cast<std::size_t>(network_.n_links),
-                         static_cast<std::size_t>(n_links));
+                         static_cast<std::size_t>(n_links_));
     }
 
     void make_missing(int to_layer)
@@ -133,13 +154,14 @@ private:
 
     Network &network_;
     LayerPairs pairs_;
+    std::int64_t n_links_;       // that there will be
     int *linked_from_ = nullptr; // of each node: the last node that was found to have a link to it
     int *existing_in_ = nullptr, *existing_out_ = nullptr; // of each node: links of the pairs that exist
 };
 
 template <class Network> bool link_all(Network &network, Workspace &workspace)
 {
-    if (!check_record(network) || !check_next_link(network)) return false;
+    if (!check_layers(network) || !check_link_counts(network) || !check_next_link(network)) return false;
     return LayerLinker<Network>(network, {1, network.n_layers - 1, 1}).link(workspace);
 }
 
@@ -150,7 +172,7 @@ template <class Network> bool link_layer(Network &network, int to, int from, Wor
     if (to == from) return raise(terminal, 40092, "to", to, "from", from);
     if (to < from) return raise(terminal, 605, "to", "from", to, from);
     if (from < 0) return true;
-    if (!check_record(network) || !check_next_link(network)) return false;
+    if (!check_layers(network) || !check_link_counts(network) || !check_next_link(network)) return false;
     return LayerLinker<Network>(network, {to, to, to - from}).link(workspace);
 }
 
@@ -173,7 +195,8 @@ template <class Network> bool link_nodes(Network &network, int to, int from)
     if (network.nodes == nullptr || network.layers == nullptr || network.n_layers < 2)
         return check_layers(network);
     const Layer &last_sources = network.layers[network.n_layers - 2];
-    if (last_sources.n_nodes < 1 || last_sources.nodes == nullptr) return check_layers(network);
+    if (last_sources.n_nodes < 1 || last_sources.n_nodes > network.n_nodes || last_sources.nodes == nullptr)
+        return check_layers(network);
     const int last_source = last_sources.nodes[last_sources.n_nodes - 1];
     if (last_source >= network.n_nodes) return check_layers(network);
     if (to < network.n_inputs || to >= network.n_nodes)
@@ -193,7 +216,7 @@ template <class Network> bool link_nodes(Network &network, int to, int from)
         raise_link_exists(to, from);
         return true;
     }
-    if (!check_list(network, target.inLinks, target.n_inLinks, to)) return false;
+    if (!check_list_block(network, target.inLinks, target.n_inLinks, to)) return false;
     if (network.n_links == INT_MAX) return raise(terminal, 40120, "links", network.n_links, 1);
     const auto n_links = static_cast<std::size_t>(network.n_links);
     if (!make_room(target.inLinks, target.n_inLinks, std::int64_t{target.n_inLinks} + 1) ||
@@ -215,13 +238,56 @@ inline void erase_from(int *list, int &n, int link)
     }
 }
 
-// `moved` links of a list, all behind the one that was removed, move down one place.
-inline void renumber(int *list, int n, int removed, int moved)
+// `moved` links of a list, all behind the one that was removed, move down one place. The list may name links of other
+// nodes, where a layer was made after links: those stay as they are.
+template <class Belongs> void renumber(int *list, int n, int removed, int moved, const Belongs &belongs)
 {
     for (int k = n - 1; k >= 0 && moved > 0; --k) {
-        if (list[k] <= removed) continue;
+        if (list[k] <= removed || !belongs(list[k])) continue;
         --list[k];
         --moved;
+    }
+}
+
+// How many links, from the removed one on, each node lists: those whose places change.
+struct MovedLinks {
+    int *in, *out; // of each node
+};
+
+template <class Network>
+bool count_moved(const Network &network, int removed, Workspace &workspace, MovedLinks &moved)
+{
+    const auto n = static_cast<std::size_t>(network.n_nodes);
+    moved = {workspace.array<int>(n), workspace.array<int>(n)};
+    if (error_pending()) return false;
+    std::fill_n(moved.in, n, 0);
+    std::fill_n(moved.out, n, 0);
+    for (int i = removed; i < network.n_links; ++i) {
+        if (!check_ends(network, i)) return false;
+        const int to = network.links[i].to_node, from = network.links[i].from_node;
+        const NodeOf<Network> &target = network.nodes[to], &source = network.nodes[from];
+        if (moved.in[to]++ == 0 && !check_list_block(network, target.inLinks, target.n_inLinks, to))
+            return false;
+        if (moved.out[from]++ == 0 && !check_list_block(network, source.outLinks, source.n_outLinks, from))
+            return false;
+    }
+    return true;
+}
+
+template <class Network> void renumber_lists(const Network &network, int removed, const MovedLinks &moved)
+{
+    for (int i = removed + 1; i < network.n_links; ++i) {
+        const int to = network.links[i].to_node, from = network.links[i].from_node;
+        const NodeOf<Network> &target = network.nodes[to], &source = network.nodes[from];
+        const auto ends_at_target = [&](int k) {
+            return k < network.n_links && network.links[k].to_node == to;
+        };
+        const auto starts_at_source = [&](int k) {
+            return k < network.n_links && network.links[k].from_node == from;
+        };
+        renumber(target.inLinks, target.n_inLinks, removed, std::exchange(moved.in[to], 0), ends_at_target);
+        renumber(source.outLinks, source.n_outLinks, removed, std::exchange(moved.out[from], 0),
+                 starts_at_source);
     }
 }
 
@@ -236,33 +302,13 @@ template <class Network> bool remove_link(Network &network, int to, int from, Wo
     if (fatal_pending()) return false;
     if (removed < 0) return raise(terminal, 40095, "to", to, "from", from);
 
-    // Behind it, by the nodes of which they are.
-    const auto n = static_cast<std::size_t>(network.n_nodes);
-    int *moved_in = workspace.array<int>(n), *moved_out = workspace.array<int>(n);
-    if (error_pending()) return false;
-    std::fill_n(moved_in, n, 0);
-    std::fill_n(moved_out, n, 0);
-    for (int i = removed; i <= last; ++i) {
-        if (!check_ends(network, i)) return false;
-        const LinkOf<Network> &link = network.links[i];
-        NodeOf<Network> &target = network.nodes[link.to_node], &source = network.nodes[link.from_node];
-        if ((++moved_in[link.to_node] == 1 &&
-             !check_list_block(network, target.inLinks, target.n_inLinks, link.to_node)) ||
-            (++moved_out[link.from_node] == 1 &&
-             !check_list_block(network, source.outLinks, source.n_outLinks, link.from_node)))
-            return false;
-    }
-
+    MovedLinks moved{};
+    if (!count_moved(network, removed, workspace, moved)) return false;
     erase_from(network.nodes[to].inLinks, network.nodes[to].n_inLinks, removed);
     erase_from(network.nodes[from].outLinks, network.nodes[from].n_outLinks, removed);
-    --moved_in[to];
-    --moved_out[from];
-    for (int i = removed + 1; i <= last; ++i) {
-        const LinkOf<Network> &link = network.links[i];
-        const NodeOf<Network> &target = network.nodes[link.to_node], &source = network.nodes[link.from_node];
-        renumber(target.inLinks, target.n_inLinks, removed, std::exchange(moved_in[link.to_node], 0));
-        renumber(source.outLinks, source.n_outLinks, removed, std::exchange(moved_out[link.from_node], 0));
-    }
+    --moved.in[to];
+    --moved.out[from];
+    renumber_lists(network, removed, moved);
     std::copy(network.links + removed + 1, network.links + network.n_links, network.links + removed);
     --network.n_links;
     --network.next_link;

@@ -9,7 +9,12 @@
 
 namespace tavik::datamining {
 
-inline void print_count(TextWriter &out, const char *title, int value)
+template <class Network> int class_count(const Network &network)
+{
+    return network.n_outputs == 1 ? 2 : network.n_outputs;
+}
+
+inline void print_count(TextWriter &out, const char *title, std::int64_t value)
 {
     out.text(title);
     out.integer(value);
@@ -30,44 +35,52 @@ void print_weight(TextWriter &out, const Network &network, const LinkOf<Network>
     out.text(" \n");
 }
 
-template <class Network>
-bool print_summary(const Network &network, const Patterns<RealOf<Network>> &patterns, int method,
-                   bool with_classes, Workspace &workspace)
-{
-    char *buffer = workspace.array<char>(TextWriter::buffer_size);
-    FILE *stream = lock_output_unit(workspace);
-    if (buffer == nullptr || stream == nullptr) return false;
-    TextWriter out(stream, buffer);
-    const int n_perceptrons = network.n_nodes - network.n_inputs;
-    out.text("\n-------------------------------------------\n-\t NETWORK WEIGHTS INITIALIZED USING \n");
-    out.text(method == TAVIK_EQUAL_WEIGHTS          ? "-\t EQUAL WEIGHTS\n"
-             : method == TAVIK_DISCRIMINANT_WEIGHTS ? "-\t DISCRIMINANT WEIGHTS\n"
-                                                    : "-\t RANDOM WEIGHTS\n");
-    print_count(out, "-\t  Input Attributes:    ", network.n_inputs);
-    print_count(out, "-\t     Nominal:          ", patterns.n_nominal);
-    print_count(out, "-\t     Nominal(encoded): ", patterns.n_nominal);
-    print_count(out, "-\t     Continuous:       ", patterns.n_continuous);
-    print_count(out, "-\t  Output Attributes:   ", network.n_outputs);
-    if (with_classes)
-        print_count(out, "-\t     n_classes:        ", network.n_outputs == 1 ? 2 : network.n_outputs);
-    print_count(out, "-\t  Layers:              ", network.n_layers - 1);
-    print_count(out, "-\t  Perceptrons:         ", n_perceptrons);
-    print_count(out, "-\t  Weights:             ", network.n_links + n_perceptrons);
-    print_count(out, "-\t  Patterns:            ", patterns.n);
-    out.text("-------------------------------------------\n");
-    for (int i = network.n_inputs; i < network.n_nodes; ++i) {
-        const NodeOf<Network> &node = network.nodes[i];
-        out.text("\n\t--- Perceptron ");
-        out.integer(i - network.n_inputs);
-        out.text(" ---\n");
-        for (int k = 0; k < node.n_inLinks; ++k)
-            print_weight(out, network, network.links[node.inLinks[k]], patterns.n_nominal);
-        out.text("\tBias ");
-        out.general(static_cast<double>(node.bias), 6);
-        out.text(" \n");
+struct WeightsSummary {
+    FILE *stream = nullptr;
+    char *buffer = nullptr;
+
+    // False, with an error, without memory.
+    bool prepare(Workspace &workspace)
+    {
+        buffer = workspace.array<char>(TextWriter::buffer_size);
+        stream = lock_output_unit(workspace);
+        return buffer != nullptr && stream != nullptr;
     }
-    out.flush();
-    return true;
-}
+
+    template <class Network>
+    void print(const Network &network, const Patterns<RealOf<Network>> &patterns, int method,
+               bool with_classes) const
+    {
+        TextWriter out(stream, buffer);
+        const int n_perceptrons = network.n_nodes - network.n_inputs;
+        out.text("\n-------------------------------------------\n-\t NETWORK WEIGHTS INITIALIZED USING \n");
+        out.text(method == TAVIK_EQUAL_WEIGHTS          ? "-\t EQUAL WEIGHTS\n"
+                 : method == TAVIK_DISCRIMINANT_WEIGHTS ? "-\t DISCRIMINANT WEIGHTS\n"
+                                                        : "-\t RANDOM WEIGHTS\n");
+        print_count(out, "-\t  Input Attributes:    ", network.n_inputs);
+        print_count(out, "-\t     Nominal:          ", patterns.n_nominal);
+        print_count(out, "-\t     Nominal(encoded): ", patterns.n_nominal);
+        print_count(out, "-\t     Continuous:       ", patterns.n_continuous);
+        print_count(out, "-\t  Output Attributes:   ", network.n_outputs);
+        if (with_classes) print_count(out, "-\t     n_classes:        ", class_count(network));
+        print_count(out, "-\t  Layers:              ", network.n_layers - 1);
+        print_count(out, "-\t  Perceptrons:         ", n_perceptrons);
+        print_count(out, "-\t  Weights:             ", std::int64_t{network.n_links} + n_perceptrons);
+        print_count(out, "-\t  Patterns:            ", patterns.n);
+        out.text("-------------------------------------------\n");
+        for (int i = network.n_inputs; i < network.n_nodes; ++i) {
+            const NodeOf<Network> &node = network.nodes[i];
+            out.text("\n\t--- Perceptron ");
+            out.integer(i - network.n_inputs);
+            out.text(" ---\n");
+            for (int k = 0; k < node.n_inLinks; ++k)
+                print_weight(out, network, network.links[node.inLinks[k]], patterns.n_nominal);
+            out.text("\tBias ");
+            out.general(static_cast<double>(node.bias), 6);
+            out.text(" \n");
+        }
+        out.flush();
+    }
+};
 
 } // namespace tavik::datamining

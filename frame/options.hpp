@@ -118,6 +118,26 @@ private:
     bool first_is_named_ = false;
 };
 
+// An output in one of its two forms: the caller's pointer or array. Of several, the last one given holds.
+template <class T> struct Output {
+    T **pointer = nullptr, *array = nullptr;
+
+    bool wanted() const
+    {
+        return pointer != nullptr || array != nullptr;
+    }
+
+    void read_pointer(OptionReader &reader, const char *name)
+    {
+        *this = {reader.output<T>(name), nullptr};
+    }
+
+    void read_array(OptionReader &reader, const char *name)
+    {
+        *this = {nullptr, reader.pointer<T>(name)};
+    }
+};
+
 // For lists of any length that act in their order: they are read once for unknown codes and null pointers and, if there
 // are none, once more to act. So a list with such a fault changes nothing, and no list needs memory.
 enum class Pass { check, act };

@@ -1,7 +1,8 @@
 // A file that appears under its name only when it is complete.
 //
 // A regular file, or a new one, is written beside its place and renamed; so whatever goes wrong, the old file stays as
-// it was. Where the folder takes no new file, and for devices and pipes, the target itself is written.
+// it was. The target itself is written where a new file could not stand for it: devices, pipes, a file with several
+// links or of another owner, and in folders that take no new file. Nothing is forced to the disk.
 #pragma once
 
 #include "workspace.hpp"
@@ -27,10 +28,13 @@ public:
     void abandon();
 
 private:
-    bool open_beside(const char *name);
+    enum class Place { beside, target, nowhere };
+
+    Place find_place(const char *name);
+    Place open_beside();
 
     FILE *stream_;
-    char *target_, *beside_; // null: the target itself is written
+    char *target_, *beside_; // beside_ is null when the target itself is written
 };
 
 } // namespace tavik

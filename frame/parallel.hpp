@@ -101,4 +101,70 @@ private:
     alignas(64) std::atomic<std::int64_t> turn_{0};
 };
 
+// Threads that stand by, asleep, while one of them does work that is sequential but for short parts. These get whoever
+// comes in time: nobody waits for a thread that has not begun, so parts cost little where the machine has no core to
+// spare. What a part does must not depend on how many threads do it.
+class Crew {
+public:
+    // Runs lead() on one of the threads.
+    template <class Lead> void enlist(int threads, const Lead &lead)
+    {
+        parallel(threads, [&](int thread) {
+            if (thread > 0) return stand_by(thread);
+            lead();
+            dismissed_ = true;
+            call();
+        });
+    }
+
+    // Inside lead(): body(thread) on this thread and on any others.
+    template <class Body> void run(const Body &body)
+    {
+        body_ = &body;
+        run_body_ = [](const void *of, int thread) { (*static_cast<const Body *>(of))(thread); };
+        inside_.store(0, std::memory_order_release);
+        call();
+        body(0);
+        inside_.fetch_or(closed, std::memory_order_acq_rel);
+        wait_until(inside_, [](int inside) { return inside == closed; });
+    }
+
+private:
+    static constexpr int closed = 1 << 30;
+
+    void call()
+    {
+        calls_.fetch_add(1, std::memory_order_release);
+        calls_.notify_all();
+    }
+
+    void stand_by(int thread)
+    {
+        for (int heard = 0;;) {
+            wait_until(calls_, [heard](int calls) { return calls != heard; });
+            heard = calls_.load(std::memory_order_acquire);
+            if (dismissed_) return;
+            if (!enter()) continue;
+            run_body_(body_, thread);
+            inside_.fetch_sub(1, std::memory_order_acq_rel);
+            inside_.notify_all();
+        }
+    }
+
+    bool enter()
+    {
+        int inside = inside_.load(std::memory_order_relaxed);
+        while ((inside & closed) == 0) {
+            if (inside_.compare_exchange_weak(inside, inside + 1, std::memory_order_acq_rel)) return true;
+        }
+        return false;
+    }
+
+    const void *body_ = nullptr;
+    void (*run_body_)(const void *body, int thread) = nullptr;
+    std::atomic<bool> dismissed_{false};
+    alignas(64) std::atomic<int> calls_{0};
+    alignas(64) std::atomic<int> inside_{closed};
+};
+
 } // namespace tavik

@@ -6,20 +6,20 @@
 namespace tavik {
 
 // Parameters are numbered by their kind, in the order in which they are passed.
-class ParameterNumbers {
+class ErrorParameters {
 public:
-    void set(int value)
+    void add(int value)
     {
         tavik_e1sti(++integers_, value);
     }
 
-    void set(double value)
+    void add(double value)
     {
         tavik_e1std(++reals_, value);
     }
 
     // Must outlive the call that raises the error.
-    void set(const char *value)
+    void add(const char *value)
     {
         tavik_e1stl(++strings_, value);
     }
@@ -31,8 +31,8 @@ private:
 // False, as a check that fails.
 template <class... Parameters> bool raise(int type, long code, Parameters... parameters)
 {
-    ParameterNumbers numbers;
-    (numbers.set(parameters), ...);
+    ErrorParameters all;
+    (all.add(parameters), ...);
     tavik_ermes(type, code);
     return false;
 }

@@ -1017,10 +1017,10 @@ TAVIK_API double *tavik_d_cluster_seeds(int n_observations, int n_variables, con
  * arrays are the library's. A network belongs to nobody in particular: threads may work on different ones at the same
  * time, and on the same one only in turns.
  *
- * Nodes are numbered through all layers: 0 to n_inputs - 1 are the inputs, then the hidden layers follow in their order,
- * and the outputs have the highest numbers. Links lead from a lower layer to a higher one. The potential of a node is
- * its bias and the sum of its in-links' weights times the values of the nodes that they come from; its value is the
- * activation function of that.
+ * Nodes are numbered through all layers: 0 to n_inputs - 1 are the inputs, then the hidden layers follow in their
+ * order, and the outputs have the highest numbers. Links lead from a lower layer to a higher one. The potential of a
+ * node is its bias and the sum of its in-links' weights times the values of the nodes that they come from; its value
+ * is the activation function of that.
  *
  * A record that has been damaged (a null array, a number outside of its range) raises 5, 40121 with what was found
  * in every routine that comes across it.
@@ -1120,25 +1120,26 @@ TAVIK_API void tavik_d_mlff_network_free(tavik_d_network *network);
  * Edits, fills or prints a network.
  *
  * Options, which are carried out in this order whatever their order in the call (Real is float or double):
- *   TAVIK_CREATE_HIDDEN_LAYER, int n     add a layer of n logistic nodes, n at least 1, before the output layer. Output
- *                                        nodes get higher numbers, but existing links are not renumbered: create all
- *                                        layers before the first link
- *   TAVIK_ACTIVATION_FCN, int layer, const int []   the activation code of each node of a layer from 1 to n_layers - 1.
- *                                        A wrong code ends this; the nodes before it keep their new codes
+ *   TAVIK_CREATE_HIDDEN_LAYER, int n     add a layer of n logistic nodes, n at least 1, before the output layer.
+ *                                        Output nodes get higher numbers, but existing links are not renumbered:
+ *                                        create all layers before the first link
+ *   TAVIK_ACTIVATION_FCN, int layer, const int []   the activation code of each node of a layer from 1 to n_layers -
+ *                                        1. A wrong code ends this; the nodes before it keep their new codes
  *   TAVIK_BIAS, int layer, const Real [] the bias of each node of such a layer
  *   TAVIK_LINK_ALL                       link each layer to the next: node by node of the layer that links come from,
  *                                        and for each node by node of the other
- *   TAVIK_LINK_LAYER, int to, int from   link two layers in that order, `from` below `to`. A negative `from` is no layer:
- *                                        no link is made
+ *   TAVIK_LINK_LAYER, int to, int from   link two layers in that order, `from` below `to`. A negative `from` is no
+ *                                        layer: no link is made
  *   TAVIK_LINK_NODE, int to, int from    make the link to a node from a node of a lower layer
- *   TAVIK_REMOVE_LINK, int to, int from  remove the link to a node from a node; if there are several, the last one. Links
- *                                        made after it move down one place. Both numbers must be below n_links (so a
- *                                        small network can have links that cannot be removed)
+ *   TAVIK_REMOVE_LINK, int to, int from  remove the link to a node from a node; if there are several, the last one.
+ *                                        Links made after it move down one place. Both numbers must be below n_links
+ *                                        (so a small network can have links that cannot be removed)
  *   TAVIK_WEIGHTS, const Real []         the weight of each link, n_links elements
  *   TAVIK_N_LINKS, int *                 receives the number of links
  *   TAVIK_PRINT, TAVIK_PRINT_NETWORK     print layers, nodes and links on the output unit
  * Only one of the four that make or remove links may stand in a call. An option that is given twice counts with its
- * last values: activation functions and biases of two layers take two calls. Errors end the call; what earlier options of the list above did remains, as the last of them left it.
+ * last values: activation functions and biases of two layers take two calls. Errors end the call; what earlier
+ * options of the list above did remains, as the last of them left it.
  *
  * A link that exists already is not made again: 6, 40096 tells so, and the call goes on.
  *
@@ -1154,8 +1155,9 @@ TAVIK_API void tavik_d_mlff_network_free(tavik_d_network *network);
  *   5, 40091, 5, 40093  the same where the numbers of a record contradict its layers
  *   5, 40094  to or from of a link to remove is not 0 to n_links - 1     5, 40095  there is no such link
  *
- * Cost: linking layers takes time proportional to the links made and those that their nodes had; linking two nodes, to
- * the links that come from one; removing, to the links that move.
+ * Cost: linking layers takes time proportional to the links made, those that come from their nodes and the number of
+ * nodes; linking two nodes, to the links that come from one; removing, to the links that move and the number of
+ * nodes.
  *
  *     tavik_d_network *network = tavik_d_mlff_network_init(4, 3);
  *     tavik_d_mlff_network(network, TAVIK_CREATE_HIDDEN_LAYER, 5, TAVIK_LINK_ALL, 0);
@@ -1171,13 +1173,14 @@ TAVIK_API void tavik_d_mlff_network(tavik_d_network *network, ...);
  * @param filename  its name, or NULL: then a stream is written, or, without one, nothing is done.
  *
  * Options:
- *   TAVIK_FILE, FILE *   write to this stream from where it is, and leave it open; NULL is none
+ *   TAVIK_FILE, FILE *   write to this stream, not to a file, from where it is, and leave it open; NULL is none
  *   TAVIK_PRINT          report progress on the output unit
  *
  * A regular file appears under its name only when it is complete: it is written beside it and renamed, so a failure
- * leaves the old file as it was. Where the folder allows no new file, and for other than regular files, the target
- * itself is written. 15 digits bring a float back exactly, and a double to a relative error of 5e-15. The bytes do not
- * depend on the locale:
+ * leaves the old file as it was. The target itself is written where a new file could not stand for it: devices and
+ * pipes, a file with several links or of another owner, and in folders that allow no new file. Nothing is forced to
+ * the disk: who fears for the power calls fsync. 15 digits bring a float back exactly, and a double to a relative
+ * error of 5e-15. The bytes do not depend on the locale:
  *
  *     1.000000                                              the version of the format
  *     n_inputs n_outputs n_layers n_links n_nodes next_link
@@ -1186,7 +1189,8 @@ TAVIK_API void tavik_d_mlff_network(tavik_d_network *network, ...);
  *     for each node: layer_id n_inLinks n_outLinks activationFcn bias param,
  *         then, if there are any, a line of its in-links, and one of its out-links
  *
- * Errors: 5, 65359 the file cannot be opened; 5, 65374 it cannot be written whole (a full disk, say).
+ * Errors: 5, 65359 the file cannot be opened; 5, 65374 it cannot be written whole (a full disk, say); 5, 40121 the
+ * lists of the nodes do not match the links, as when a layer was made after links: nobody could read that.
  */
 TAVIK_API void tavik_f_mlff_network_write(tavik_f_network *network, const char *filename, ...);
 TAVIK_API void tavik_d_mlff_network_write(tavik_d_network *network, const char *filename, ...);
@@ -1199,14 +1203,15 @@ TAVIK_API void tavik_d_mlff_network_write(tavik_d_network *network, const char *
  * @return the network, released with tavik_f_mlff_network_free (tavik_d_mlff_network_free). NULL on error.
  *
  * Options:
- *   TAVIK_FILE, FILE *   read from this stream from where it is, up to the last number of the network, and leave it
- *                        open: another network may follow. NULL is none
+ *   TAVIK_FILE, FILE *   read from this stream, not from a file, from where it is, up to the last number of the
+ *                        network, and leave it open: another network may follow. NULL is none
  *   TAVIK_PRINT          report progress on the output unit
  *
- * Both variants read what either has written. A number that is too small for the type becomes 0.
+ * Both variants read what either has written. A number that is too small for the type becomes 0, one that is too
+ * large infinite.
  *
  * Errors: 5, 150 neither a file name nor a stream; 5, 65359 the file cannot be opened; 5, 65372 its version is not 1;
- * 5, 65373 the file ends early, holds what is no number or a number too large, or counts, numbers and lists that no
+ * 5, 65373 the file ends early, holds what is no number, or counts, numbers and lists that no
  * network has: with the line and the reason. Memory grows with what has been read, whatever counts a file claims.
  *
  *     tavik_d_mlff_network_write(network, "flowers.net", 0);
@@ -1226,7 +1231,7 @@ enum tavik_weights_method {
 /**
  * Gives all links of a network weights, and all perceptrons biases, with which training can begin.
  *
- * @param network       one with all its links: perceptrons without get biases only. Inputs are the nominal columns, then the continuous ones.
+ * @param network       one with all its links. Inputs are the nominal columns, then the continuous ones.
  * @param n_patterns    training patterns, more than n_nominal + n_continuous.
  * @param n_nominal     columns of nominal, at least 0; n_nominal + n_continuous is the network's n_inputs.
  * @param n_continuous  columns of continuous, at least 0.
@@ -1234,8 +1239,8 @@ enum tavik_weights_method {
  *                      read, and may be NULL, without columns.
  * @param continuous    n_patterns x n_continuous, best scaled to similar ranges; the same.
  *
- * @return n_links + n_nodes - n_inputs values: the weight of every link, then the bias of every node that is no input.
- *         The network has the same ones. A new array, released with tavik_free. NULL on error.
+ * @return n_links + n_nodes - n_inputs values: the weight of every link, then the bias of every node that is no
+ *         input. The network has the same ones. A new array, released with tavik_free. NULL on error.
  *
  * Options:
  *   TAVIK_METHOD, int                a tavik_weights_method; default TAVIK_RANDOM_WEIGHTS
@@ -1245,19 +1250,22 @@ enum tavik_weights_method {
  *                                    continuous) and perceptrons (P) numbered from 0
  *   TAVIK_RETURN_USER, Real []       write the weights here and return it
  *
- * Equal weights: 1/d in each of a perceptron's d in-links, bias 0. The others differ in the first hidden layer (without
- * one, in the output layer), whose potentials get mean 0 and standard deviation 1 (divisor n_patterns - 1) over
- * the patterns; in later layers weights and biases are uniform on [-0.5, 0.5).
- *   Random weights: a bias and weights uniform on [-0.5, 0.5), then scaled.
+ * Equal weights: 1/d in each of a perceptron's d in-links, bias 0. The others differ in the first hidden layer
+ * (without one, in the output layer), whose potentials get mean 0 and standard deviation 1 (divisor n_patterns - 1)
+ * over the patterns; in later layers weights and biases are uniform on [-0.5, 0.5).
+ *   Random weights: weights uniform on [-0.5, 0.5), then scaled. With z the potentials that they and a bias u0 give,
+ *       m their mean and s their standard deviation, the weights become u/s and the bias (u0 - m)/s.
  *   Principal components: perceptron k takes the k-th one of the inputs' correlation matrix; random, if there are no
  *       more (a constant input adds none).
  *   Discriminant: perceptron k takes the k-th canonical discriminant function of the classes; random, if there are no
  *       more. Where these functions put no more patterns into their class than the largest class has, a warning is
- *       printed on the output unit.
- * Patterns with a value that is NaN or infinite are left out of all that; a potential that does not vary is not scaled.
- * The sign of a component or function makes its largest coefficient, for inputs of standard deviation 1, positive. A
- * perceptron that is not linked to all inputs takes the part of it that it can. Computed in double by both variants. Uniforms come from the thread's generator:
- * perceptron by perceptron, in the first layer the bias first, in later ones last.
+ *       printed on the output unit, also without TAVIK_PRINT.
+ * The summary calls components random weights, too. Patterns with a value that is NaN or infinite are left out;
+ * potentials whose standard deviation is below 1e-20 are not scaled; a weight beyond the range of the type is
+ * infinite. The sign of a component or function makes its largest coefficient, for inputs of standard deviation 1,
+ * positive. A perceptron that is not linked to all inputs takes the part of it that it can. Computed in double by
+ * both variants. Uniforms come from the thread's generator: perceptron by perceptron, in the first layer the bias
+ * first, in later ones last.
  *
  * Warning: 3, 40114 discriminant weights without classes: weights are random.
  *
@@ -1267,6 +1275,7 @@ enum tavik_weights_method {
  *   5, 40100  the method is not 1 to 4                  5, 40101  discriminant weights for less than two classes
  *   5, 40104, 5, 40105  the output layer does not fit the number of classes
  *   5, 602    a class is not 0 to the number of classes - 1
+ *   5, 201    memory is exhausted for the weights
  *   and those of tavik_d_random_uniform when it cannot draw
  */
 TAVIK_API float *tavik_f_mlff_initialize_weights(tavik_f_network *network, int n_patterns, int n_nominal,
@@ -1353,6 +1362,8 @@ TAVIK_API void tavik_drotm(int n, double x[], int incx, double y[], int incy, co
  *   TAVIK_VECTORS_USER, Real []  of largest size is positive
  *   TAVIK_A_COL_DIM, int         row stride of a; default n
  *   TAVIK_RETURN_USER, Real []   write the eigenvalues here and return it
+ *
+ * A result beyond the range of the type is infinite.
  *
  * Errors: 5, 603 n or the stride below 1; 5, 601 the stride below n; 5, 11210 an element is NaN or infinite (row and
  * column from 0); 5, 11211 no convergence.

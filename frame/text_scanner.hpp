@@ -8,8 +8,11 @@
 
 #include <algorithm>
 #include <charconv>
+#include <climits>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
-#include <string_view>
 
 namespace tavik {
 
@@ -37,7 +40,7 @@ public:
     // Of what was read last; from 1.
     int line() const
     {
-        return line_;
+        return static_cast<int>(std::min<std::int64_t>(line_, INT_MAX));
     }
 
     Scan integer(int &value)
@@ -47,25 +50,18 @@ public:
         return result(end, error);
     }
 
-    // A number that is too small for the type becomes 0.
+    // A number that is too large for the type becomes infinite, one that is too small 0.
     template <class Real> Scan real(Real &value)
     {
         if (!read_token()) return Scan::end_of_file;
         const auto [end, error] = std::from_chars(first(), last_, value);
-        if (error != std::errc::result_out_of_range) return result(end, error);
-        double wide = 0;
-        const bool fits_a_double = std::from_chars(first(), last_, wide).ec == std::errc{};
-        const std::string_view token(first_, static_cast<std::size_t>(last_ - first_));
-        constexpr auto absent = std::string_view::npos;
-        const bool negative_exponent = token.find("e-") != absent || token.find("E-") != absent;
-        const bool small = fits_a_double ? std::fabs(wide) < 1 : negative_exponent;
-        if (!small || end != last_) return result(end, error);
-        value = *first_ == '-' ? -Real{0} : Real{0};
+        if (error != std::errc::result_out_of_range || end != last_) return result(end, error);
+        value = std::copysign(is_below_one() ? Real{0} : infinity<Real>, *first_ == '-' ? Real{-1} : Real{1});
         return Scan::found;
     }
 
 private:
-    static constexpr std::size_t longest_token = 511;
+    static constexpr std::ptrdiff_t longest_token = 4095;
 
     static bool is_blank(char c)
     {
@@ -80,8 +76,8 @@ private:
         if (at_ == end_) return false;
         const char *end = std::find_if(at_, end_, is_blank);
         if (end == end_) return copy_token();
-        first_ = at_;
-        last_ = at_ = end;
+        set_token(at_, end - at_);
+        at_ = end;
         return true;
     }
 
@@ -97,12 +93,18 @@ private:
     // One that the end of the buffer cuts.
     bool copy_token()
     {
-        std::size_t length = 0;
-        while ((at_ != end_ || refill()) && !is_blank(*at_) && length < longest_token)
+        std::ptrdiff_t length = 0;
+        while (length <= longest_token && (at_ != end_ || refill()) && !is_blank(*at_))
             token_[length++] = *at_++;
-        first_ = token_;
-        last_ = length < longest_token ? token_ + length : token_; // too long for a number
+        set_token(token_, length);
         return true;
+    }
+
+    // One that is too long counts as no number, wherever the buffer ends.
+    void set_token(const char *first, std::ptrdiff_t length)
+    {
+        first_ = first;
+        last_ = first + (length <= longest_token ? length : 0);
     }
 
     bool refill()
@@ -117,6 +119,22 @@ private:
         at_ = buffer_;
         end_ = buffer_ + n;
         return n > 0;
+    }
+
+    // Of a decimal number: where its first digit that is not 0 stands.
+    bool is_below_one() const
+    {
+        const auto is_exponent = [](char c) { return c == 'e' || c == 'E'; };
+        const char *exponent = std::find_if(first_, last_, is_exponent),
+                   *point = std::find(first_, exponent, '.');
+        const char *leading = std::find_if(first_, exponent, [](char c) { return c >= '1' && c <= '9'; });
+        std::ptrdiff_t place = leading < point ? point - leading : point + 1 - leading, power = 0;
+        if (exponent != last_) {
+            const char *digits = exponent + 1 + (exponent[1] == '+');
+            const auto scanned = std::from_chars(digits, last_, power);
+            if (scanned.ec == std::errc::result_out_of_range) return *digits == '-';
+        }
+        return place + power <= 0;
     }
 
     // A leading '+', which scanf takes, is none for from_chars.
@@ -136,9 +154,9 @@ private:
     char *buffer_;
     const char *at_, *end_; // what has been read and not yet looked at
     char single_ = 0;
-    int line_ = 1;
+    std::int64_t line_ = 1;
     const char *first_ = nullptr, *last_ = nullptr; // the token
-    char token_[longest_token];                     // where it is when the buffer does not hold it whole
+    char token_[longest_token + 1];                 // where it is when the buffer does not hold it whole
 };
 
 } // namespace tavik

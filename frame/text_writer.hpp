@@ -37,8 +37,8 @@ public:
         ++used_;
     }
 
-    // %d
-    void integer(int value)
+    // %d, of any size
+    template <class Integer> void integer(Integer value)
     {
         char *at = room();
         advance_to(std::to_chars(at, at + longest_number, value).ptr);
@@ -53,8 +53,8 @@ public:
     // %WIDTH.DIGITSg
     void general(double value, int digits, std::size_t width = 0)
     {
-        constexpr double small = 1e6; // whole numbers of so many digits are their own shortest form
-        if (std::fabs(value) < small && value == static_cast<int>(value) &&
+        constexpr double small = 1e6; // whole numbers below have up to six digits, and no more
+        if (digits >= 6 && std::fabs(value) < small && value == static_cast<int>(value) &&
             !(value == 0 && std::signbit(value))) {
             char *at = room();
             pad(at, std::to_chars(at, at + longest_number, static_cast<int>(value)).ptr, width);

@@ -26,6 +26,7 @@ void Workspace::raise_exhausted(std::size_t n, const char *governed_by)
 
 void *Workspace::take(std::size_t n, std::size_t element_size, Use use)
 {
+    static_assert(sizeof(Block) <= alignment); // lies before the elements
     std::size_t bytes = 0;
     void *memory = nullptr;
     const bool overflow = __builtin_mul_overflow(n, element_size, &bytes) || bytes > PTRDIFF_MAX - alignment;

@@ -46,7 +46,8 @@ bool check_arguments(int n_observations, int n_variables, const Real *x, int n_c
         !check_stride(n_variables, options.seeds_col_dim, "cluster_seeds_col_dim") ||
         !check_positive(options.trials, "cluster_trials"))
         return false;
-    if (n_clusters < 2 || n_clusters > n_observations) return raise(20080, n_clusters, n_observations);
+    if (n_clusters < 2 || n_clusters > n_observations)
+        return raise(terminal, 20080, n_clusters, n_observations);
     return check_not_null(x, "x") && check_masses(n_observations, options.data) &&
            check_variables(n_variables, options.data);
 }
@@ -252,7 +253,7 @@ void l_cluster_seeds(int n_observations, int n_variables, const Real *x, int n_c
     search.start();
     for (std::size_t c = 0; c < k; ++c) {
         if (!search.find(seeds + c * stride)) {
-            raise(20085, static_cast<int>(c), n_clusters);
+            raise(terminal, 20085, static_cast<int>(c), n_clusters);
             return;
         }
         if (error_pending()) return;

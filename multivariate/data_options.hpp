@@ -2,6 +2,7 @@
 #pragma once
 
 #include "frame/options.hpp"
+#include "frame/raise.hpp"
 
 #include <algorithm>
 #include <climits>
@@ -33,19 +34,6 @@ template <class Real> bool read_data_option(int code, OptionReader &reader, Data
     }
 }
 
-inline bool raise(long code, int value)
-{
-    tavik_e1sti(1, value);
-    tavik_ermes(terminal, code);
-    return false;
-}
-
-inline bool raise(long code, int value, int other)
-{
-    tavik_e1sti(2, other);
-    return raise(code, value);
-}
-
 inline bool check_positive(int value, const char *name)
 {
     int position = 0;
@@ -71,8 +59,8 @@ template <class Real> bool check_masses(int n_observations, const DataOptions<Re
     for (int i = 0; i < n_observations; ++i) {
         const double f = options.frequencies != nullptr ? options.frequencies[i] : 1;
         const double w = options.weights != nullptr ? options.weights[i] : 1;
-        if (!usable_mass(f)) return raise(20081, i);
-        if (!usable_mass(w) || !usable_mass(f * w)) return raise(20082, i);
+        if (!usable_mass(f)) return raise(terminal, 20081, i);
+        if (!usable_mass(w) || !usable_mass(f * w)) return raise(terminal, 20082, i);
     }
     return true;
 }
@@ -87,14 +75,14 @@ template <class Real> bool check_variables(int n_variables, const DataOptions<Re
                        width = weight_column + with_weights;
     const int *variables = options.variables;
     for (int j = 0; with_frequencies && j < n_variables; ++j) {
-        if (variables[j] == frequency_column) return raise(20090, variables[j], j);
+        if (variables[j] == frequency_column) return raise(terminal, 20090, variables[j], j);
     }
     for (int j = 0; with_weights && j < n_variables; ++j) {
-        if (variables[j] == weight_column) return raise(20091, variables[j], j);
+        if (variables[j] == weight_column) return raise(terminal, 20091, variables[j], j);
     }
     for (int j = 0; j < n_variables; ++j) {
         if (variables[j] < 0 || variables[j] >= width)
-            return raise(20092 + with_frequencies + with_weights, variables[j],
+            return raise(terminal, 20092 + with_frequencies + with_weights, variables[j],
                          static_cast<int>(std::min<std::int64_t>(width, INT_MAX)));
     }
     return true;

@@ -121,6 +121,10 @@ void to_all(const double *row, const Centres &centres, bool complete, double *di
     std::size_t cluster = 0;
     for (; cluster + 3 * lanes <= centres.padded_clusters; cluster += 3 * lanes)
         to_some<3>(row, centres, complete, cluster, distances);
+    if (cluster + 2 * lanes == centres.padded_clusters) {
+        to_some<2>(row, centres, complete, cluster, distances);
+        cluster += 2 * lanes;
+    }
     for (; cluster < centres.padded_clusters; cluster += lanes)
         to_some<1>(row, centres, complete, cluster, distances);
     for (cluster = centres.n_clusters; cluster < centres.padded_clusters; ++cluster)
@@ -148,9 +152,6 @@ double find_below(const double *distances, const double *shares, std::size_t pad
                  high = least[2] < least[3] ? least[2] : least[3];
     return low < high ? low : high;
 }
-
-constexpr DistanceKernels kernels_of_this_level = {to_two<float>, to_two<double>, to_all, between,
-                                                   find_below};
 
 } // namespace
 } // namespace tavik::multivariate

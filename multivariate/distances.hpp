@@ -4,6 +4,8 @@
 // centres are equally far, so that ties are decided by the rules of the method.
 #pragma once
 
+#include "slack_table.hpp"
+
 #include <cstddef>
 
 namespace tavik::multivariate {
@@ -42,6 +44,29 @@ struct Pair {
     double a, b;
 };
 
+// Observations where they are.
+template <class Real> struct RowSource {
+    const Real *x;
+    std::size_t stride;
+    bool complete;
+
+    const Real *row(int i) const
+    {
+        return x + static_cast<std::size_t>(i) * stride;
+    }
+};
+
+// Both bring slacks of some rows up to date.
+template <class Real> struct SlackKernels {
+    // The first ones.
+    void (*renew_own)(const SlackTable &slacks, const RowSource<Real> &from, const Centres &centres,
+                      const int *rows, int n);
+    // Both of them. Where another cluster is closer than the second, instead, it is proposed; returns how many are.
+    // `row` is padded, `distances` has padded_clusters elements.
+    int (*renew_all)(const SlackTable &slacks, const RowSource<Real> &from, const Centres &centres,
+                     const int *rows, int n, double *row, double *distances, Proposal *proposals);
+};
+
 // `complete` says that no value of the observation is NaN; otherwise such values are passed over.
 struct DistanceKernels {
     // From an observation to two centres.
@@ -55,6 +80,12 @@ struct DistanceKernels {
     // The least of shares x distances, and in `found` the clusters, in order, for which it is less than `below`.
     double (*find_below)(const double *distances, const double *shares, std::size_t padded_clusters,
                          double below, unsigned *found, std::size_t &n_found);
+    // Sorts n rows, those that are given or all from the first on, by their slacks. In optimal stages, which keep no
+    // rows, both count, and the first matters where the second holds; otherwise the first.
+    ScanCounts (*scan)(const SlackTable &slacks, bool is_optimal, int first, const int *rows, int n,
+                       const ScanMargins &margins, const ScanLists &to);
+    SlackKernels<float> slacks_f;
+    SlackKernels<double> slacks_d;
 };
 
 extern const DistanceKernels baseline_distance_kernels, avx2_distance_kernels;
@@ -70,6 +101,12 @@ inline Pair to_two(const float *x, const Centres &centres, std::size_t a, std::s
 inline Pair to_two(const double *x, const Centres &centres, std::size_t a, std::size_t b, bool complete)
 {
     return distance_kernels().to_two_d(x, centres, a, b, complete);
+}
+
+template <class Real> const SlackKernels<Real> &slack_kernels()
+{
+    if constexpr (sizeof(Real) == sizeof(float)) return distance_kernels().slacks_f;
+    else return distance_kernels().slacks_d;
 }
 
 } // namespace tavik::multivariate

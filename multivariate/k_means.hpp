@@ -1,7 +1,7 @@
 // K-means clustering: from the caller's seeds to a partition that no transfer of a single observation improves.
 //
 // assign() takes every observation to the closest seed, the transfer stages move observations one by one, and the
-// outputs are formed anew from the members. Methods: partition.hpp, transfers.hpp, drift.hpp.
+// outputs are formed anew from the members. Methods: partition.hpp, transfers.hpp, passes.hpp.
 #pragma once
 
 #include "k_means_options.hpp"
@@ -35,9 +35,8 @@ template <class Real> struct KMeansOutputs {
         if (options.history.pointer == nullptr) return true;
         const auto rows = static_cast<std::size_t>(std::max(1, options.max_iterations));
         history = workspace.result_or_null<int>(n * rows);
-        if (history == nullptr)
-            raise_no_memory("n_observations", n_observations, "max_iterations", options.max_iterations);
-        return history != nullptr;
+        if (history != nullptr) return true;
+        return raise_no_memory("n_observations", n_observations, "max_iterations", options.max_iterations);
     }
 };
 
@@ -53,13 +52,15 @@ bool iterate(Partition<Real> &partition, Transfers<Real> &transfers, int max_ite
 {
     transfers.start();
     bool moved = true;
-    for (n_iterations = 0; moved && n_iterations < max_iterations; ++n_iterations) {
-        moved = transfers.optimal_stage();
-        if (moved) transfers.quick_stage();
-        if (history == nullptr) continue;
-        const auto n = static_cast<std::size_t>(partition.observations.n);
-        write_membership(partition, history + static_cast<std::size_t>(n_iterations) * n);
-    }
+    transfers.run([&] {
+        for (n_iterations = 0; moved && n_iterations < max_iterations; ++n_iterations) {
+            moved = transfers.optimal_stage();
+            if (moved) transfers.quick_stage();
+            if (history == nullptr) continue;
+            const auto n = static_cast<std::size_t>(partition.observations.n);
+            write_membership(partition, history + static_cast<std::size_t>(n_iterations) * n);
+        }
+    });
     return !moved;
 }
 
@@ -67,7 +68,7 @@ bool iterate(Partition<Real> &partition, Transfers<Real> &transfers, int max_ite
 template <class Real> bool check_members(const Partition<Real> &partition)
 {
     for (std::size_t c = 0; c < partition.centres.n_clusters; ++c) {
-        if (!(partition.sums.clusters[c].mass > 0)) return raise(20083, static_cast<int>(c) + 1);
+        if (!(partition.sums.clusters[c].mass > 0)) return raise(terminal, 20083, static_cast<int>(c) + 1);
     }
     return true;
 }

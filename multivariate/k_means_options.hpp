@@ -5,11 +5,6 @@
 
 namespace tavik::multivariate {
 
-// An output in one of its two forms: the caller's pointer or array. Of several, the last one given holds.
-template <class T> struct Output {
-    T **pointer = nullptr, *array = nullptr;
-};
-
 template <class Real> struct KMeansOptions {
     DataOptions<Real> data;
     int seeds_col_dim, means_col_dim, max_iterations = 30;
@@ -32,25 +27,21 @@ template <class Real> bool read_options(OptionReader reader, KMeansOptions<Real>
         case TAVIK_CLUSTER_SEEDS_COL_DIM: options.seeds_col_dim = reader.integer(); break;
         case TAVIK_CLUSTER_MEANS_COL_DIM: options.means_col_dim = reader.integer(); break;
         case TAVIK_MAX_ITERATIONS: options.max_iterations = reader.integer(); break;
-        case TAVIK_CLUSTER_MEANS: options.means = {reader.output<Real>("TAVIK_CLUSTER_MEANS")}; break;
-        case TAVIK_CLUSTER_MEANS_USER:
-            options.means = {nullptr, reader.pointer<Real>("TAVIK_CLUSTER_MEANS_USER")};
-            break;
-        case TAVIK_CLUSTER_SSQ: options.sums_of_squares = {reader.output<Real>("TAVIK_CLUSTER_SSQ")}; break;
+        case TAVIK_CLUSTER_MEANS: options.means.read_pointer(reader, "TAVIK_CLUSTER_MEANS"); break;
+        case TAVIK_CLUSTER_MEANS_USER: options.means.read_array(reader, "TAVIK_CLUSTER_MEANS_USER"); break;
+        case TAVIK_CLUSTER_SSQ: options.sums_of_squares.read_pointer(reader, "TAVIK_CLUSTER_SSQ"); break;
         case TAVIK_CLUSTER_SSQ_USER:
-            options.sums_of_squares = {nullptr, reader.pointer<Real>("TAVIK_CLUSTER_SSQ_USER")};
+            options.sums_of_squares.read_array(reader, "TAVIK_CLUSTER_SSQ_USER");
             break;
-        case TAVIK_CLUSTER_COUNTS: options.counts = {reader.output<int>("TAVIK_CLUSTER_COUNTS")}; break;
-        case TAVIK_CLUSTER_COUNTS_USER:
-            options.counts = {nullptr, reader.pointer<int>("TAVIK_CLUSTER_COUNTS_USER")};
-            break;
+        case TAVIK_CLUSTER_COUNTS: options.counts.read_pointer(reader, "TAVIK_CLUSTER_COUNTS"); break;
+        case TAVIK_CLUSTER_COUNTS_USER: options.counts.read_array(reader, "TAVIK_CLUSTER_COUNTS_USER"); break;
         case TAVIK_CLUSTER_HISTORY:
             options.n_iterations = reader.pointer<int>("TAVIK_CLUSTER_HISTORY (number of iterations)");
-            options.history = {reader.output<int>("TAVIK_CLUSTER_HISTORY")};
+            options.history.read_pointer(reader, "TAVIK_CLUSTER_HISTORY");
             break;
         case TAVIK_CLUSTER_HISTORY_USER:
             options.n_iterations = reader.pointer<int>("TAVIK_CLUSTER_HISTORY_USER (number of iterations)");
-            options.history = {nullptr, reader.pointer<int>("TAVIK_CLUSTER_HISTORY_USER")};
+            options.history.read_array(reader, "TAVIK_CLUSTER_HISTORY_USER");
             break;
         case TAVIK_RETURN_USER: options.result = reader.pointer<int>("TAVIK_RETURN_USER"); break;
         default: reader.unknown(11001); return false;
@@ -68,7 +59,8 @@ bool check_arguments(int n_observations, int n_variables, const Real *x, int n_c
         !check_stride(n_variables, options.seeds_col_dim, "cluster_seeds_col_dim") ||
         !check_stride(n_variables, options.means_col_dim, "cluster_means_col_dim"))
         return false;
-    if (n_clusters < 2 || n_clusters > n_observations) return raise(20080, n_clusters, n_observations);
+    if (n_clusters < 2 || n_clusters > n_observations)
+        return raise(terminal, 20080, n_clusters, n_observations);
     return check_not_null(x, "x") && check_not_null(seeds, "cluster_seeds") &&
            check_masses(n_observations, options.data) && check_variables(n_variables, options.data);
 }

@@ -27,6 +27,7 @@ template <class Real> struct Observations {
     const Real *frequencies, *weights; // null: all 1
     bool complete;                     // no value is NaN
     double mass_scale; // a power of two that keeps sums of masses in range; decisions are the same
+    double least_mass, greatest_mass;
 
     const Real *row(int i) const
     {
@@ -39,42 +40,31 @@ template <class Real> struct Observations {
         std::copy_n(row(i), n_variables, to);
     }
 
-    void prefetch(int i) const
-    {
-        constexpr std::size_t line = 64 / sizeof(Real);
-        for (std::size_t j = 0; j < n_variables; j += line) __builtin_prefetch(row(i) + j);
-    }
-
     double mass(int i) const
     {
-        if (!has_masses()) return 1;
-        return std::max(unscaled_mass(i) * mass_scale, smallest_normal<double>);
+        return has_masses() ? scaled(unscaled_mass(i)) : 1;
     }
 
     // Extreme masses are scaled to about 1.
-    void set_mass_scale()
+    void scale_masses()
     {
-        double greatest = 0;
-        for (int i = 0; has_masses() && i < n; ++i) greatest = std::max(greatest, unscaled_mass(i));
+        double least = infinity<double>, greatest = 0;
+        for (int i = 0; has_masses() && i < n; ++i) {
+            least = std::min(least, unscaled_mass(i));
+            greatest = std::max(greatest, unscaled_mass(i));
+        }
         const bool extreme = greatest > 1e100 || (greatest > 0 && greatest < 1e-100);
         mass_scale = extreme ? std::ldexp(1.0, -std::ilogb(greatest)) : 1;
-    }
-
-    double least_mass() const
-    {
-        double least = mass(0);
-        for (int i = 1; has_masses() && i < n; ++i) least = std::min(least, mass(i));
-        return least;
-    }
-
-    double greatest_mass() const
-    {
-        double greatest = mass(0);
-        for (int i = 1; has_masses() && i < n; ++i) greatest = std::max(greatest, mass(i));
-        return greatest;
+        least_mass = has_masses() ? scaled(least) : 1;
+        greatest_mass = has_masses() ? scaled(greatest) : 1;
     }
 
 private:
+    double scaled(double mass) const
+    {
+        return std::max(mass * mass_scale, smallest_normal<double>);
+    }
+
     double unscaled_mass(int i) const
     {
         const double f = frequencies != nullptr ? frequencies[i] : 1;
@@ -113,24 +103,15 @@ template <class Real> bool has_missing(const Observations<Real> &observations, i
     return found.load();
 }
 
-inline void raise_no_memory(const char *name, int value, const char *other_name, int other)
+inline bool raise_no_memory(const char *name, int value, const char *other_name, int other)
 {
-    tavik_e1sti(1, value);
-    tavik_e1sti(2, other);
-    tavik_e1stl(1, name);
-    tavik_e1stl(2, other_name);
-    tavik_ermes(terminal, 202);
+    return raise(terminal, 202, name, value, other_name, other);
 }
 
-inline void raise_no_memory(int n_observations, int n_variables, int n_clusters)
+inline bool raise_no_memory(int n_observations, int n_variables, int n_clusters)
 {
-    tavik_e1sti(1, n_observations);
-    tavik_e1sti(2, n_variables);
-    tavik_e1sti(3, n_clusters);
-    tavik_e1stl(1, "n_observations");
-    tavik_e1stl(2, "n_variables");
-    tavik_e1stl(3, "n_clusters");
-    tavik_ermes(terminal, 203);
+    return raise(terminal, 203, "n_observations", n_observations, "n_variables", n_variables, "n_clusters",
+                 n_clusters);
 }
 
 // Selected columns are copied side by side once, since every row is read many times. False, with an error, without
@@ -141,14 +122,12 @@ bool observe(const Real *x, int n_observations, int n_variables, const DataOptio
 {
     const auto n = static_cast<std::size_t>(n_observations), p = static_cast<std::size_t>(n_variables);
     const auto stride = static_cast<std::size_t>(options.x_col_dim);
-    observations = {x, stride, n_observations, p, options.frequencies, options.weights, true, 1};
-    observations.set_mass_scale();
+    observations = {x, stride, n_observations, p, options.frequencies, options.weights, true, 1, 1, 1};
+    observations.scale_masses();
     if (options.variables != nullptr) {
         Real *selected = n <= SIZE_MAX / p ? workspace.array_or_null<Real>(n * p) : nullptr;
-        if (selected == nullptr) {
-            raise_no_memory("n_observations", n_observations, "n_variables", n_variables);
-            return false;
-        }
+        if (selected == nullptr)
+            return raise_no_memory("n_observations", n_observations, "n_variables", n_variables);
         for (std::size_t i = 0; i < n; ++i) {
             for (std::size_t j = 0; j < p; ++j)
                 selected[i * p + j] = x[i * stride + static_cast<std::size_t>(options.variables[j])];

@@ -4,6 +4,8 @@
 #include "fit.hpp"
 #include "regress_options.hpp"
 
+#include "frame/raise.hpp"
+
 #include <climits>
 
 namespace tavik::regression {
@@ -20,24 +22,6 @@ constexpr int no_upper_bound = -1;
 inline bool at_least(int value, const char *name, int lo)
 {
     return in_range(value, name, lo, lo > no_upper_bound ? no_upper_bound : lo - 1);
-}
-
-inline bool raise(int type, long code)
-{
-    tavik_ermes(type, code);
-    return false;
-}
-
-inline bool raise(int type, long code, int value)
-{
-    tavik_e1sti(1, value);
-    return raise(type, code);
-}
-
-inline bool raise(int type, long code, int value, int other)
-{
-    tavik_e1sti(2, other);
-    return raise(type, code, value);
 }
 
 // Columns in a row of x; the default may be more than an int holds.

@@ -6,26 +6,6 @@
 
 namespace tavik::regression {
 
-// An output in one of its two forms: the caller's pointer or array. Of several, the last one given holds.
-template <class Real> struct Output {
-    Real **pointer = nullptr, *array = nullptr;
-
-    bool wanted() const
-    {
-        return pointer != nullptr || array != nullptr;
-    }
-
-    void read_pointer(OptionReader &reader, const char *name)
-    {
-        *this = {reader.output<Real>(name), nullptr};
-    }
-
-    void read_array(OptionReader &reader, const char *name)
-    {
-        *this = {nullptr, reader.pointer<Real>(name)};
-    }
-};
-
 template <class Real> struct RegressionOptions {
     int x_col_dim = 0;
     bool x_col_dim_given = false;

@@ -1,5 +1,6 @@
 // Many threads raise, print and query at once: no line is torn, no state is another thread's.
 #include "capture.hpp"
+#include "parallel.hpp"
 
 #include <array>
 #include <atomic>
@@ -140,6 +141,32 @@ TEST_F(ThreadsDeathTest, AChildOfForkWorksWithoutTheThreadsThatItHasNot)
         waitpid(child, &status, 0);
         EXPECT_EQ(status, 0);
     });
+}
+
+// What one thread writes between parts, the others read in the next one, and the other way round.
+TEST(Crew, DoesEveryPieceOnceAndSharesWhatWasWritten)
+{
+    constexpr int n_pieces = 7, n_parts = 3000;
+    std::array<int, n_pieces> done{};
+    int part = 0, wrong = 0;
+    bool has_come[3] = {};
+    tavik::Crew crew;
+    crew.enlist(3, [&] {
+        for (part = 1; part <= n_parts; ++part) {
+            tavik::OrderedPieces pieces(n_pieces);
+            crew.run([&](int thread) {
+                has_come[thread] = true;
+                for (std::int64_t k = pieces.take(); k >= 0; k = pieces.take()) {
+                    done[std::size_t(k)] += part;
+                    if (part % 100 == 0) std::this_thread::sleep_for(std::chrono::microseconds(100));
+                }
+            });
+            for (const int sum : done) wrong += sum != part * (part + 1) / 2;
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+    EXPECT_TRUE(has_come[0]);
+    EXPECT_TRUE(has_come[1] || has_come[2]) << "nobody has helped";
 }
 
 } // namespace

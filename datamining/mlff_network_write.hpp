@@ -15,6 +15,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 namespace tavik::datamining {
 
@@ -70,9 +71,9 @@ template <class Network> void write_record(TextWriter &out, const Network &netwo
 }
 
 // Of the file, but for that of the version.
-template <class Network> int count_lines(const Network &network)
+template <class Network> long long count_lines(const Network &network)
 {
-    int lines = 1 + network.n_layers + network.n_links + network.n_nodes;
+    long long lines = 1LL + network.n_layers + network.n_links + network.n_nodes;
     for (int i = 0; i < network.n_nodes; ++i)
         lines += (network.nodes[i].n_inLinks > 0) + (network.nodes[i].n_outLinks > 0);
     return lines;
@@ -91,11 +92,11 @@ void l_mlff_network_write(const Network *network, const char *filename, Argument
                           Workspace &workspace)
 {
     NetworkFileOptions options;
-    if (!read_options(OptionReader(list, count_codes), options) || !check_not_null(network, "network"))
-        return;
-    if (filename == nullptr && options.stream == nullptr) return;
+    if (!read_options(OptionReader(list, count_codes), options)) return;
+    if ((filename == nullptr && options.stream == nullptr) || !check_not_null(network, "network")) return;
     char *buffer = workspace.array<char>(TextWriter::buffer_size);
-    if (buffer == nullptr || !check_record(*network)) return;
+    if (buffer == nullptr || !check_record(*network) || !check_next_link(*network) || !check_lists(*network))
+        return;
 
     FILE *progress = nullptr, *stream = options.stream;
     tavik_umach(2, &progress);
@@ -119,14 +120,14 @@ void l_mlff_network_write(const Network *network, const char *filename, Argument
     write_record(out, *network);
     const bool written = out.flush() && std::fflush(stream) == 0 && (file == nullptr || file->finish());
     if (!written) {
-        raise_not_written(name_of(filename, options), errno);
+        raise_not_written(name_of(filename), errno);
         return;
     }
     if (!options.print) return;
-    const int lines = count_lines(*network);
+    const long long lines = count_lines(*network);
     if (file != nullptr)
-        std::fprintf(progress, "%d Lines written to network file. \nFile %s closed\n", lines, filename);
-    else std::fprintf(progress, "%d Lines written to network file.  \nFile not closed.\n", lines);
+        std::fprintf(progress, "%lld Lines written to network file. \nFile %s closed\n", lines, filename);
+    else std::fprintf(progress, "%lld Lines written to network file.  \nFile not closed.\n", lines);
 }
 
 } // namespace tavik::datamining

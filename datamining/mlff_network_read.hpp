@@ -1,4 +1,4 @@
-// Reading a network from a text file (network_write.hpp shows its lines).
+// Reading a network from a text file (mlff_network_write.hpp shows its lines).
 //
 // A file is input from anywhere: nothing that it says is believed before it is checked, and memory grows with what has
 // been read, not with what counts claim.
@@ -51,7 +51,7 @@ private:
         switch (scan) {
         case Scan::found: return true;
         case Scan::end_of_file:
-            return fail(std::ferror(stream_) != 0 ? "it cannot be read" : "the file ends early");
+            return fail(std::feof(stream_) != 0 ? "the file ends early" : "it cannot be read");
         case Scan::no_number: return fail("a number is expected");
         default: return fail("a number is too large");
         }
@@ -219,7 +219,7 @@ void l_mlff_network_read(const char *filename, ArgumentList &list, Workspace &wo
         if (buffer == nullptr) return;
         if (options.print)
             std::fprintf(progress, "Attempting to open %s for \nreading network data structure\n", filename);
-        stream = std::fopen(filename, "r");
+        stream = std::fopen(filename, "re");
         if (stream == nullptr) {
             raise(terminal, 65359, "ASCII", filename, "reading the neural network");
             return;
@@ -230,7 +230,7 @@ void l_mlff_network_read(const char *filename, ArgumentList &list, Workspace &wo
         return;
     }
 
-    NetworkReader<Network> reader(stream, buffer, name_of(filename, options), workspace);
+    NetworkReader<Network> reader(stream, buffer, name_of(filename), workspace);
     Network *network = reader.read();
     if (network == nullptr) return;
     if (options.stream == nullptr) std::fclose(workspace.hand_over(stream));

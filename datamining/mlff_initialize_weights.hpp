@@ -5,8 +5,8 @@
 // its activation function is where it is steep, and not saturated, at the start.
 #pragma once
 
+#include "directions.hpp"
 #include "network_checks.hpp"
-#include "patterns.hpp"
 #include "weights_summary.hpp"
 
 #include "frame/call.hpp"
@@ -38,11 +38,6 @@ template <class Real> bool read_options(OptionReader reader, WeightsOptions<Real
     return !error_pending();
 }
 
-template <class Network> int class_count(const Network &network)
-{
-    return network.n_outputs == 1 ? 2 : network.n_outputs;
-}
-
 inline bool check_counts(int n_patterns, int n_nominal, int n_continuous, int n_inputs)
 {
     int position = 0;
@@ -70,12 +65,12 @@ template <class Network> bool check_method(const Network &network, WeightsOption
     }
     if (options.method == TAVIK_DISCRIMINANT_WEIGHTS && n_classes <= 1)
         return raise(terminal, 40101, n_classes);
-    if (!check_record(network)) return false;
-    if (options.classes == nullptr) return true;
+    if (options.classes == nullptr || network.layers == nullptr || network.n_layers < 2)
+        return check_record(network);
     const int output_size = network.layers[network.n_layers - 1].n_nodes;
     if (output_size == 1 && n_classes != 2) return raise(terminal, 40104, n_classes, 1);
     if (output_size > 1 && output_size != n_classes) return raise(terminal, 40105, n_classes, output_size);
-    return true;
+    return check_record(network);
 }
 
 template <class Network>
@@ -107,19 +102,24 @@ template <class Network> class WeightsInitializer {
 public:
     using Real = RealOf<Network>;
 
-    // False, with an error, without memory.
-    bool prepare(Network &network, const Patterns<Real> &patterns, Real *weights, Workspace &workspace)
+    // False, with an error, without memory or when a link into the first layer does not come from an input.
+    bool prepare(Network &network, Patterns<Real> &patterns, Real *weights, Workspace &workspace)
     {
         network_ = &network;
-        patterns_ = patterns;
+        patterns_ = &patterns;
         weights_ = weights;
         int most_links = 0;
-        for (int i = 0; i < network.n_nodes; ++i)
-            most_links = std::max(most_links, network.nodes[i].n_inLinks);
-        deviates_ = workspace.array<Real>(static_cast<std::size_t>(most_links) + 1);
-        direction_ = workspace.array<double>(static_cast<std::size_t>(most_links));
-        potentials_ = workspace.array<double>(static_cast<std::size_t>(patterns.n), "n_patterns");
-        return !fatal_pending() && patterns_.find_used(workspace);
+        for (int i = network.n_inputs; i < network.n_nodes; ++i) {
+            if (!check_list(network, node(i).inLinks, node(i).n_inLinks, i) || !check_sources(i))
+                return false;
+            most_links = std::max(most_links, node(i).n_inLinks);
+        }
+        const auto n = static_cast<std::size_t>(most_links);
+        deviates_ = workspace.array<Real>(n + 1);
+        direction_ = workspace.array<double>(n);
+        sources_ = workspace.array<int>(n);
+        potentials_ = workspace.array<double>(static_cast<std::size_t>(patterns.n));
+        return !fatal_pending() && patterns.prepare(workspace);
     }
 
     // Equal weights for a perceptron.
@@ -140,27 +140,21 @@ public:
         return true;
     }
 
+    // The random bias adds the same to all potentials, and so nothing once their mean is 0.
     bool set_random(int node)
     {
         const int n = this->node(node).n_inLinks;
         if (!draw(n + 1)) return false;
         for (int k = 0; k < n; ++k) direction_[k] = deviates_[k + 1] - 0.5;
-        return scale(node, deviates_[0] - 0.5, nullptr);
+        scale(node);
+        return true;
     }
 
-    bool set_direction(int node, const Directions &directions, int which)
+    void set_direction(int node, const Directions &directions, int which)
     {
         const int n = this->node(node).n_inLinks;
-        for (int k = 0; k < n; ++k) {
-            if (!check_source(node, k)) return false;
-            direction_[k] = directions.weight(source(node, k), which);
-        }
-        return scale(node, 0, directions.means);
-    }
-
-    const Patterns<Real> &patterns() const
-    {
-        return patterns_;
+        for (int k = 0; k < n; ++k) direction_[k] = directions.weight(source(node, k), which);
+        scale(node);
     }
 
 private:
@@ -169,17 +163,20 @@ private:
         return network_->nodes[i];
     }
 
-    // The input from which the k-th link of a perceptron of the first layer comes.
     int source(int node, int k) const
     {
         return network_->links[this->node(node).inLinks[k]].from_node;
     }
 
-    bool check_source(int node, int k) const
+    // Perceptrons of the first layer read inputs.
+    bool check_sources(int node) const
     {
-        if (source(node, k) < patterns_.n_inputs()) return true;
-        return raise_damaged("a link into the first layer does not come from an input",
-                             this->node(node).inLinks[k]);
+        for (int k = 0; this->node(node).layer_id == 1 && k < this->node(node).n_inLinks; ++k) {
+            if (source(node, k) >= network_->n_inputs)
+                return raise_damaged("a link into the first layer does not come from an input",
+                                     this->node(node).inLinks[k]);
+        }
+        return true;
     }
 
     bool draw(int n)
@@ -201,47 +198,41 @@ private:
         weights_[at] = this->node(node).bias = static_cast<Real>(value);
     }
 
-    // Potentials in the direction, about origins of the inputs (null: 0), get mean 0 and standard deviation 1.
-    bool scale(int node, double bias, const double *origins)
+    // Potentials in the direction get mean 0 and standard deviation 1. They are computed about the means of the inputs,
+    // where constant inputs add exactly nothing.
+    void scale(int node)
     {
-        constexpr double least_deviation = 1e-20;
-        const int n = this->node(node).n_inLinks, n_used = patterns_.n_used;
+        constexpr double least_deviation = 1e-20; // potentials that differ less are left as they are
+        const int n = this->node(node).n_inLinks, n_used = patterns_->n_used;
+        double origin = 0, mean = 0;
         for (int k = 0; k < n; ++k) {
-            if (!check_source(node, k)) return false;
+            sources_[k] = source(node, k);
+            origin += direction_[k] * patterns_->means[sources_[k]];
         }
-        double sum = 0, squares = 0;
-        for (int p = 0; p < n_used; ++p)
-            sum += potentials_[p] = potential(node, patterns_.used[p], bias, origins);
-        const double mean = n_used > 0 ? sum / n_used : 0;
-        for (int p = 0; p < n_used; ++p) squares += (potentials_[p] - mean) * (potentials_[p] - mean);
-        double deviation = n_used > 1 ? std::sqrt(squares / (n_used - 1)) : 0;
+        for (int p = 0; p < n_used; ++p) {
+            potentials_[p] = potential(n, p);
+            mean += (potentials_[p] - mean) / (p + 1);
+        }
+        double deviation = standard_deviation(n_used, [&](int p) { return potentials_[p] - mean; });
         if (!(deviation > least_deviation)) deviation = 1;
-        double moved = bias - mean;
-        for (int k = 0; k < n; ++k) {
-            if (origins != nullptr) moved -= direction_[k] * origins[source(node, k)];
-            set_weight(node, k, direction_[k] / deviation);
-        }
-        set_bias(node, moved / deviation);
-        return true;
+        for (int k = 0; k < n; ++k) set_weight(node, k, direction_[k] / deviation);
+        set_bias(node, (0 - origin - mean) / deviation);
     }
 
-    double potential(int node, int pattern, double bias, const double *origins) const
+    double potential(int n, int used_pattern) const
     {
-        double sum = bias;
-        for (int k = 0; k < this->node(node).n_inLinks; ++k) {
-            const int input = source(node, k);
-            const double origin = origins != nullptr ? origins[input] : 0;
-            sum += direction_[k] * (patterns_.value(pattern, input) - origin);
-        }
+        double sum = 0;
+        for (int k = 0; k < n; ++k) sum += direction_[k] * patterns_->deviation(used_pattern, sources_[k]);
         return sum;
     }
 
     Network *network_ = nullptr;
-    Patterns<Real> patterns_{};
+    const Patterns<Real> *patterns_ = nullptr;
     Real *weights_ = nullptr;
     Real *deviates_ = nullptr;
-    double *direction_ = nullptr,
-           *potentials_ = nullptr; // of the links of a perceptron; of the patterns used
+    double *direction_ = nullptr;  // of a perceptron's links
+    int *sources_ = nullptr;       // their inputs
+    double *potentials_ = nullptr; // of the patterns that are used
 };
 
 // Without directions when the method has none.
@@ -267,9 +258,26 @@ bool find_directions(const Network &network, const WeightsOptions<RealOf<Network
     return true;
 }
 
+// Perceptrons one after the other. False, with an error, when no uniforms can be drawn.
 template <class Network>
-void l_mlff_initialize_weights(Network *network, const Patterns<RealOf<Network>> &patterns,
-                               ArgumentList &list, Workspace &workspace, RealOf<Network> *&result)
+bool set_weights(const Network &network, int method, const Directions &directions,
+                 WeightsInitializer<Network> &initializer)
+{
+    for (int node = network.n_inputs; node < network.n_nodes; ++node) {
+        const int which = node - network.n_inputs;
+        bool drawn = true;
+        if (method == TAVIK_EQUAL_WEIGHTS) initializer.set_equal(node);
+        else if (network.nodes[node].layer_id > 1) drawn = initializer.set_uniform(node);
+        else if (which < directions.count) initializer.set_direction(node, directions, which);
+        else drawn = initializer.set_random(node);
+        if (!drawn) return false;
+    }
+    return true;
+}
+
+template <class Network>
+void l_mlff_initialize_weights(Network *network, Patterns<RealOf<Network>> &patterns, ArgumentList &list,
+                               Workspace &workspace, RealOf<Network> *&result)
 {
     WeightsOptions<RealOf<Network>> options;
     if (!read_options(OptionReader(list, count_codes), options) || !check_not_null(network, "network") ||
@@ -281,26 +289,17 @@ void l_mlff_initialize_weights(Network *network, const Patterns<RealOf<Network>>
     auto *weights = options.result;
     if (weights == nullptr)
         weights = workspace.result<RealOf<Network>>(n_weights, "number of weights in network");
+    if (weights == nullptr) return;
     WeightsInitializer<Network> initializer;
     Directions directions;
-    if (weights == nullptr || !initializer.prepare(*network, patterns, weights, workspace) ||
-        !find_directions(*network, options, initializer.patterns(), workspace, directions))
+    WeightsSummary summary;
+    if (!initializer.prepare(*network, patterns, weights, workspace) ||
+        (options.print && !summary.prepare(workspace)) ||
+        !find_directions(*network, options, patterns, workspace, directions))
         return;
-
     std::fill_n(weights, n_weights, RealOf<Network>{0});
-    for (int node = network->n_inputs; node < network->n_nodes; ++node) {
-        const int in_first_layer = node - network->n_inputs;
-        bool done = true;
-        if (options.method == TAVIK_EQUAL_WEIGHTS) initializer.set_equal(node);
-        else if (network->nodes[node].layer_id > 1) done = initializer.set_uniform(node);
-        else if (in_first_layer < directions.count)
-            done = initializer.set_direction(node, directions, in_first_layer);
-        else done = initializer.set_random(node);
-        if (!done) return;
-    }
-    if (options.print &&
-        !print_summary(*network, patterns, options.method, options.classes != nullptr, workspace))
-        return;
+    if (!set_weights(*network, options.method, directions, initializer)) return;
+    if (options.print) summary.print(*network, patterns, options.method, options.classes != nullptr);
     result = workspace.hand_over(weights);
 }
 

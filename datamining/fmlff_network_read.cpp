@@ -1,0 +1,15 @@
+#include "mlff_network_read.hpp"
+
+using namespace tavik;
+
+extern "C" tavik_f_network *tavik_f_mlff_network_read(const char *filename, ...)
+{
+    ArgumentList list;
+    va_start(list.arguments, filename);
+    auto *result = public_call<tavik_f_network *>(
+        "tavik_f_mlff_network_read", [&](Workspace &workspace, tavik_f_network *&network) {
+            datamining::l_mlff_network_read(filename, list, workspace, network);
+        });
+    va_end(list.arguments);
+    return result;
+}

@@ -1,0 +1,205 @@
+// How the passes of a stage go through the rows: which rows are looked at, and in what order work is done.
+//
+// Section by section, a pass scans the slacks of the rows for those that may be used up before drifts have grown by as
+// much as in the last pass, brings up to date which are, on all threads, and then looks, in the order of the rows, at
+// those where that did not help. Should drifts grow by more, it scans the rest of the section again. Rows that the
+// next few passes may need are listed, and as long as drifts keep to what was foreseen, these scan the list alone.
+#pragma once
+
+#include "slacks.hpp"
+
+namespace tavik::multivariate {
+
+// What a stage knows of its passes.
+struct Course {
+    int threads = 1;
+    int rows_at_once = 0;
+    // A multiple of the rows at once. A new slack holds the longer the nearer the anchors are, while the sum of short
+    // drifts from anchor to anchor is hardly greater than a long one, unless centres shiver.
+    int rows_between_anchors = 0;
+    double first_growth = infinity<double>; // of drifts, in the first pass of the stage before
+    double last_growth = 0;                 // in the pass before
+    double room =
+        -1; // by which drifts may grow before rows that are not listed matter; less than 0 without a list
+    bool is_first = true;
+
+    void start_stage()
+    {
+        last_growth = first_growth;
+        room = -1;
+        is_first = true;
+    }
+};
+
+template <class Real> class Passes {
+public:
+    // False without memory.
+    bool prepare(const Partition<Real> &partition, Workspace &workspace)
+    {
+        partition_ = &partition;
+        n_ = partition.observations.n;
+        set_courses();
+        const auto at_once = [&](const Course &course) {
+            return static_cast<std::size_t>(count_pieces(std::min(n_, course.rows_at_once))) * rows_per_piece;
+        };
+        const std::size_t most_at_once = std::max(at_once(optimal), at_once(quick)),
+                          n_pieces = static_cast<std::size_t>(count_pieces(n_));
+        listed_ = workspace.array_or_null<int>(n_pieces * list_stride);
+        n_listed_ = workspace.array_or_null<int>(n_pieces);
+        near_ = workspace.array_or_null<int>(most_at_once);
+        open_ = workspace.array_or_null<int>(2 * most_at_once);
+        proposals_ = workspace.array_or_null<Proposal>(at_once(optimal));
+        found_ = workspace.array_or_null<Found>(most_at_once / rows_per_piece);
+        return listed_ != nullptr && n_listed_ != nullptr && near_ != nullptr && open_ != nullptr &&
+               proposals_ != nullptr && found_ != nullptr && slacks.prepare(partition, workspace);
+    }
+
+    // Goes through all rows in their order. False when none moved.
+    template <class Stage> bool go_through(const Stage &stage, Course &course)
+    {
+        slacks.start_pass(Stage::is_optimal);
+        ScanMargins margins = {course.last_growth, passes_listed * course.last_growth};
+        if (course.room >= 0) margins.kept = std::min(margins.kept, course.room);
+        double growth = 0; // up to where the anchors were set last
+        bool moved = false;
+        for (int row = 0; row < n_;) {
+            if (row > 0 && row % course.rows_between_anchors == 0) {
+                growth += slacks.growth();
+                slacks.set_anchors(Stage::is_optimal);
+            }
+            const int rows_left = course.rows_at_once - row % course.rows_at_once;
+            const int end = row + std::min(n_ - row, rows_left);
+            scan<Stage>(row, end, course.threads, growth + margins.near <= course.room, margins);
+            row = look_at_near(stage, row, end, margins.near, moved);
+            if (slacks.growth() > margins.near) margins.near = 2 * slacks.growth();
+        }
+        course.last_growth = growth + slacks.growth();
+        if (course.is_first) course.first_growth = course.last_growth;
+        course.is_first = false;
+        course.room = margins.kept - course.last_growth;
+        return moved;
+    }
+
+    // Runs all passes of a clustering, on threads if that pays.
+    template <class Body> void run(const Body &body)
+    {
+        const int threads = std::max(optimal.threads, quick.threads);
+        if (threads > 1) crew_.enlist(threads, body);
+        else body();
+    }
+
+    Slacks<Real> slacks;
+    Course optimal, quick;
+
+private:
+    // Of a piece that has been scanned.
+    struct Found {
+        int near, proposals;
+    };
+
+    // For how many passes a list shall be good, if drifts grow as in the pass before.
+    static constexpr double passes_listed = 4;
+    // Alone, looking is as fast as renewing where distances are most of the work; and some rows need both.
+    static constexpr std::size_t most_renewed_alone = 512;
+    // Scans store whole vectors.
+    static constexpr int list_stride = rows_per_piece + static_cast<int>(lanes);
+    // Below, handing work to threads costs more than it saves.
+    static constexpr double least_work_of_threads = 1 << 24;
+    static constexpr int least_rows_of_threads = 1 << 18, least_rows_at_once = 1 << 15;
+
+    // Threads need more rows at once than slacks like where all clusters are looked at.
+    void set_courses()
+    {
+        const int threads = partition_->threads;
+        const double work = static_cast<double>(n_) * static_cast<double>(partition_->centres.rows_size());
+        optimal.threads = work >= least_work_of_threads ? threads : 1;
+        optimal.rows_at_once = optimal.threads > 1 ? 4 * rows_per_piece : rows_per_piece / 4;
+        optimal.rows_between_anchors = optimal.rows_at_once;
+        renews_all_ = optimal.threads > 1 || partition_->centres.rows_size() <= most_renewed_alone;
+        quick.threads = n_ >= least_rows_of_threads ? threads : 1;
+        quick.rows_at_once = quick.threads > 1 ? 16 * rows_per_piece : rows_per_piece;
+        quick.rows_between_anchors = 16 * rows_per_piece;
+    }
+
+    static int piece_of(int row)
+    {
+        return row / rows_per_piece;
+    }
+
+    // Finds the rows of a section that are near, and brings slacks up to date.
+    template <class Stage>
+    void scan(int row, int end, int threads, bool from_list, const ScanMargins &margins)
+    {
+        const int first_row = piece_of(row) * rows_per_piece;
+        int n_rows = from_list ? 0 : end - row;
+        for (int piece = piece_of(row); from_list && piece <= piece_of(end - 1); ++piece)
+            n_rows += n_listed_[piece];
+        OrderedPieces pieces(count_pieces(end - first_row));
+        const auto scan_pieces = [&](int thread) {
+            for (std::int64_t slot = pieces.take(); slot >= 0; slot = pieces.take()) {
+                const int first = first_row + static_cast<int>(slot) * rows_per_piece;
+                scan_piece<Stage>(slot, std::max(row, first), std::min(end - first, rows_per_piece) + first,
+                                  thread, from_list, margins);
+            }
+        };
+        if (threads > 1 && n_rows >= least_rows_at_once) crew_.run(scan_pieces);
+        else scan_pieces(0);
+    }
+
+    template <class Stage>
+    void scan_piece(std::int64_t slot, int row, int end, int thread, bool from_list,
+                    const ScanMargins &margins)
+    {
+        const int piece = piece_of(row);
+        int *listed = listed_ + static_cast<std::ptrdiff_t>(piece) * list_stride;
+        if (row % rows_per_piece == 0 && !from_list) n_listed_[piece] = 0;
+        const auto n_before =
+            static_cast<int>(std::lower_bound(listed, listed + n_listed_[piece], row) - listed);
+        const int n_rows = from_list ? n_listed_[piece] - n_before : end - row;
+        int *own_open = open_ + 2 * slot * rows_per_piece, *others_open = own_open + rows_per_piece;
+        const ScanCounts counts = distance_kernels().scan(
+            slacks.table(), Stage::is_optimal, row, from_list ? listed + n_before : nullptr, n_rows, margins,
+            {near_ + slot * rows_per_piece, listed + n_before, own_open, others_open});
+        n_listed_[piece] = n_before + counts.kept;
+        slacks.renew_own(own_open, counts.own_open);
+        found_[slot] = {counts.near, 0};
+        if (Stage::is_optimal && renews_all_)
+            found_[slot].proposals =
+                slacks.renew_all(others_open, counts.others_open, thread, proposals_ + slot * rows_per_piece);
+    }
+
+    // Looks at the near rows whose slack is used up, until drifts have grown by more than the margin. Returns the row
+    // up to which all are done.
+    template <class Stage> int look_at_near(const Stage &stage, int row, int end, double margin, bool &moved)
+    {
+        const SlackTable &table = slacks.table();
+        for (int slot = 0; slot <= piece_of(end - 1) - piece_of(row); ++slot) {
+            const int *near = near_ + static_cast<std::ptrdiff_t>(slot) * rows_per_piece;
+            const Proposal *proposal = proposals_ + static_cast<std::ptrdiff_t>(slot) * rows_per_piece,
+                           *proposals_end = proposal + found_[slot].proposals;
+            for (int k = 0; k < found_[slot].near; ++k) {
+                const int i = near[k];
+                if (Stage::slack(table, i) > 0) continue;
+                while (proposal != proposals_end && proposal->row < i) ++proposal;
+                const bool is_proposed = proposal != proposals_end && proposal->row == i;
+                if (!stage.look(i, is_proposed ? proposal : nullptr)) continue;
+                moved = true;
+                if (slacks.growth() > margin) return i + 1;
+            }
+        }
+        return end;
+    }
+
+    const Partition<Real> *partition_ = nullptr;
+    Crew crew_;
+    int n_ = 0;
+    bool renews_all_ =
+        false; // the slacks of rows for which all clusters count; otherwise they come from looking
+    int *listed_ = nullptr, *n_listed_ = nullptr; // rows, piece by piece, and how many of each
+    // Of each piece of a section: rows that are near, rows whose slacks are used up, and what comes of these.
+    int *near_ = nullptr, *open_ = nullptr;
+    Proposal *proposals_ = nullptr;
+    Found *found_ = nullptr;
+};
+
+} // namespace tavik::multivariate
