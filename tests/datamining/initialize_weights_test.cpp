@@ -137,7 +137,7 @@ template <class Real> struct InitializeWeights : NetworkTest {
                     for (int p = 0; p < n_patterns; ++p) z[p] += u[k + 1] * x[p];
                 }
                 double s = std::sqrt(covariance(z, z));
-                if (!(s > 1e-20)) s = 1;
+                if (!(s > 1e-14)) s = 1; // what is less is rounding here
                 u[0] -= mean(z);
                 for (double &value : u) value /= s;
             } else {
