@@ -75,7 +75,7 @@ public:
         find_centres(classes, n_classes);
         poor = true;
         if (whiten(classes) && separate(n_classes)) {
-            const auto present = static_cast<std::size_t>(k - std::count(sizes_, sizes_ + k, 0));
+            const auto present = k - static_cast<std::size_t>(std::count(sizes_, sizes_ + k, 0));
             if (present > 0) count_directions(std::min(n_, present - 1), std::max(1.0, values_[0]));
             poor = count_right(classes, n_classes) <= *std::max_element(sizes_, sizes_ + k);
         }

@@ -45,7 +45,8 @@ constexpr Orders orders = make_orders();
 
 inline void append(Rows rows, int set, int *to, int &count)
 {
-    const Rows ordered = __builtin_shuffle(rows, orders.of[set]);
+    using F4 = float __attribute__((vector_size(4 * sizeof(float)))); // as which integers are moved
+    const F4 ordered = __builtin_ia32_vpermilvarps(__builtin_bit_cast(F4, rows), orders.of[set]);
     __builtin_memcpy(to + count, &ordered, sizeof ordered);
     count += orders.count[set];
 }
@@ -176,17 +177,18 @@ inline LeastTwo find_least_two(const double *distances, const double *shares, st
         at = less ? cluster : at;
         least = less ? part : least;
     }
-    const VMask halves[] = {{2, 3, 0, 1}, {1, 0, 3, 2}};
-    for (const VMask &other : halves) {
-        const V other_least = __builtin_shuffle(least, other), other_next = __builtin_shuffle(next, other),
-                other_at = __builtin_shuffle(at, other);
+    const auto join = [&](V other_least, V other_next, V other_at) {
         const VMask less = other_least < least;
         const V greater = less ? least : other_least;
         next = other_next < next ? other_next : next;
         next = greater < next ? greater : next;
         at = less ? other_at : at;
         least = less ? other_least : least;
-    }
+    };
+    join(__builtin_shufflevector(least, least, 2, 3, 0, 1), __builtin_shufflevector(next, next, 2, 3, 0, 1),
+         __builtin_shufflevector(at, at, 2, 3, 0, 1));
+    join(__builtin_shufflevector(least, least, 1, 0, 3, 2), __builtin_shufflevector(next, next, 1, 0, 3, 2),
+         __builtin_shufflevector(at, at, 1, 0, 3, 2));
     return {least[0], next[0], static_cast<std::size_t>(at[0])};
 }
 
