@@ -102,8 +102,9 @@ private:
 };
 
 // Threads that stand by, asleep, while one of them does work that is sequential but for short parts. These get whoever
-// comes in time: nobody waits for a thread that has not begun, so parts cost little where the machine has no core to
-// spare. What a part does must not depend on how many threads do it.
+// comes in time: a part never waits for a thread that has not begun it, so parts cost little where the machine has no
+// core to spare. What a part does must not depend on how many threads do it, and a thread may come to it twice. For one
+// enlist(), whose lead() throws nothing; parts do not contain parts.
 class Crew {
 public:
     // Runs lead() on one of the threads.

@@ -212,7 +212,8 @@ template <class Real> struct Partition {
             centres.set(from, j,
                         used_up ? not_a_number<double>
                                 : (mean_from * mass_from - x * mass) / (mass_from - mass));
-            const bool first = sums.masses != nullptr && std::isnan(mean_to); // nobody there has the variable
+            // Nobody there has the variable. No distance leads here, but rounding of masses might.
+            const bool first = sums.masses != nullptr && std::isnan(mean_to);
             centres.set(to, j, first ? x : (x * mass + mean_to * mass_to) / (mass_to + mass));
             if (sums.masses == nullptr) continue;
             sums.masses[from * p + j] = used_up ? 0 : mass_from - mass;

@@ -14,13 +14,14 @@ namespace tavik::multivariate {
 struct Course {
     int threads = 1;
     int rows_at_once = 0;
+    int least_rows_of_threads = 0; // in a section
     // A multiple of the rows at once. A new slack holds the longer the nearer the anchors are, while the sum of short
     // drifts from anchor to anchor is hardly greater than a long one, unless centres shiver.
     int rows_between_anchors = 0;
     double first_growth = infinity<double>; // of drifts, in the first pass of the stage before
     double last_growth = 0;                 // in the pass before
-    double room =
-        -1; // by which drifts may grow before rows that are not listed matter; less than 0 without a list
+    // By which drifts may grow before rows that are not listed matter; less than 0 without a list.
+    double room = -1;
     bool is_first = true;
 
     void start_stage()
@@ -69,7 +70,9 @@ public:
             }
             const int rows_left = course.rows_at_once - row % course.rows_at_once;
             const int end = row + std::min(n_ - row, rows_left);
-            scan<Stage>(row, end, course.threads, growth + margins.near <= course.room, margins);
+            // Rows that this pass has dropped from the list may be near once the margin has grown.
+            const bool from_list = growth + margins.near <= course.room && margins.near <= margins.kept;
+            scan<Stage>(row, end, course, from_list, margins);
             row = look_at_near(stage, row, end, margins.near, moved);
             if (slacks.growth() > margins.near) margins.near = 2 * slacks.growth();
         }
@@ -105,7 +108,10 @@ private:
     static constexpr int list_stride = rows_per_piece + static_cast<int>(lanes);
     // Below, handing work to threads costs more than it saves.
     static constexpr double least_work_of_threads = 1 << 24;
-    static constexpr int least_rows_of_threads = 1 << 18, least_rows_at_once = 1 << 15;
+    static constexpr int least_rows_of_threads = 1 << 18;
+    // The same for one section: scanned rows, and rows to look at beside all centres.
+    static constexpr int least_rows_at_once = 1 << 15;
+    static constexpr double least_work_at_once = 1 << 20;
 
     // Threads need more rows at once than slacks like where all clusters are looked at.
     void set_courses()
@@ -115,10 +121,13 @@ private:
         optimal.threads = work >= least_work_of_threads ? threads : 1;
         optimal.rows_at_once = optimal.threads > 1 ? 4 * rows_per_piece : rows_per_piece / 4;
         optimal.rows_between_anchors = optimal.rows_at_once;
+        optimal.least_rows_of_threads =
+            static_cast<int>(least_work_at_once / static_cast<double>(partition_->centres.rows_size())) + 1;
         renews_all_ = optimal.threads > 1 || partition_->centres.rows_size() <= most_renewed_alone;
         quick.threads = n_ >= least_rows_of_threads ? threads : 1;
         quick.rows_at_once = quick.threads > 1 ? 16 * rows_per_piece : rows_per_piece;
         quick.rows_between_anchors = 16 * rows_per_piece;
+        quick.least_rows_of_threads = least_rows_at_once;
     }
 
     static int piece_of(int row)
@@ -128,7 +137,7 @@ private:
 
     // Finds the rows of a section that are near, and brings slacks up to date.
     template <class Stage>
-    void scan(int row, int end, int threads, bool from_list, const ScanMargins &margins)
+    void scan(int row, int end, const Course &course, bool from_list, const ScanMargins &margins)
     {
         const int first_row = piece_of(row) * rows_per_piece;
         int n_rows = from_list ? 0 : end - row;
@@ -142,7 +151,7 @@ private:
                                   thread, from_list, margins);
             }
         };
-        if (threads > 1 && n_rows >= least_rows_at_once) crew_.run(scan_pieces);
+        if (course.threads > 1 && n_rows >= course.least_rows_of_threads) crew_.run(scan_pieces);
         else scan_pieces(0);
     }
 
@@ -175,7 +184,9 @@ private:
         const SlackTable &table = slacks.table();
         for (int slot = 0; slot <= piece_of(end - 1) - piece_of(row); ++slot) {
             const int *near = near_ + static_cast<std::ptrdiff_t>(slot) * rows_per_piece;
-            const Proposal *proposal = proposals_ + static_cast<std::ptrdiff_t>(slot) * rows_per_piece,
+            const std::ptrdiff_t first_proposal =
+                Stage::is_optimal ? std::ptrdiff_t{slot} * rows_per_piece : 0;
+            const Proposal *proposal = proposals_ + first_proposal,
                            *proposals_end = proposal + found_[slot].proposals;
             for (int k = 0; k < found_[slot].near; ++k) {
                 const int i = near[k];
@@ -193,8 +204,7 @@ private:
     const Partition<Real> *partition_ = nullptr;
     Crew crew_;
     int n_ = 0;
-    bool renews_all_ =
-        false; // the slacks of rows for which all clusters count; otherwise they come from looking
+    bool renews_all_ = false; // in optimal stages; otherwise these slacks come from looking
     int *listed_ = nullptr, *n_listed_ = nullptr; // rows, piece by piece, and how many of each
     // Of each piece of a section: rows that are near, rows whose slacks are used up, and what comes of these.
     int *near_ = nullptr, *open_ = nullptr;

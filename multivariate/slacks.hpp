@@ -164,8 +164,8 @@ private:
     double *until_ = nullptr, *factors_ = nullptr, *certain_masses_ = nullptr;
     double *shares_ = nullptr, *root_of_gain_ = nullptr, *inverse_of_loss_ = nullptr;
     Drift drift_; // as long as anything moves
-    Drift
-        drift_of_cycles_; // of the same moves in optimal stages, with the same anchors, and of a quick stage as one
+    // Of the same moves in optimal stages, with the same anchors, and of a quick stage as one.
+    Drift drift_of_cycles_;
 };
 
 } // namespace tavik::multivariate

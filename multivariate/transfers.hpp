@@ -131,6 +131,18 @@ private:
         return cluster(c).mass / (cluster(c).mass + mass);
     }
 
+    // Only live clusters are compared, and a distance that has become NaN meanwhile never is the smaller one.
+    bool can_be_taken(const Proposal &proposal, bool own_live) const
+    {
+        const auto proposed = static_cast<std::size_t>(proposal.second);
+        if (!own_live && !is_live(proposed)) return false;
+        const Observations<Real> &observations = partition_->observations;
+        if (observations.complete) return true;
+        const Pair to = to_two(observations.row(proposal.row), partition_->centres,
+                               partition_->next(proposal.row), proposed, false);
+        return !std::isnan(to.a) && !std::isnan(to.b);
+    }
+
     bool look_at_all_clusters(int i, const Proposal *proposal)
     {
         step_ = cycle_ + i;
@@ -138,8 +150,7 @@ private:
         const std::size_t own = partition_->own(i);
         if (cluster(own).count == 1) return false;
         const bool own_live = is_live(own);
-        if (proposal != nullptr && (own_live || is_live(static_cast<std::size_t>(proposal->second))))
-            slacks().accept(*proposal);
+        if (proposal != nullptr && can_be_taken(*proposal, own_live)) slacks().accept(*proposal);
         if (slacks().table().of_others(i) > 0)
             return !(slacks().table().own(i) > 0) && compare_two(i, own, true);
 

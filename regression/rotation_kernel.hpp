@@ -401,9 +401,10 @@ inline void transpose(V &a, V &b, V &c, V &d)
 // Rotations of a panel, one factor's together: read again and again, they stay in the first-level cache.
 inline const double *set_apart(const Panel<V> &panel, std::size_t n_rows)
 {
+    static_assert(panel_width % 2 == 0);
     constexpr std::size_t size = rows_per_tile * h_stride;
     for (std::size_t k = 0; k < n_rows; ++k) {
-        for (std::size_t i = 0; i < panel.pivots; i += 2) { // behind an odd number the last is read by nobody
+        for (std::size_t i = 0; i < panel_width; i += 2) { // columns follow whole panels only
             const double *from = panel.rotation(k, i);
             V a = load(from), b = load(from + side_by_side), c = load(from + 2 * side_by_side),
               d = load(from + 3 * side_by_side);
