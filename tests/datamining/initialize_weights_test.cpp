@@ -2,9 +2,9 @@
 // potentials of the first layer must satisfy over the patterns.
 #include "datamining/networks.hpp"
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
-#include <limits>
 #include <numeric>
 #include <random>
 
@@ -13,26 +13,16 @@ namespace {
 using namespace networks;
 using Column = std::vector<double>;
 
-double dot(const Column &a, const Column &b)
-{
-    return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
-}
-
 double mean(const Column &x)
 {
     return std::accumulate(x.begin(), x.end(), 0.0) / static_cast<double>(x.size());
 }
 
-Column centred(Column x)
+double covariance(const Column &x, const Column &y)
 {
-    const double m = mean(x);
-    for (double &value : x) value -= m;
-    return x;
-}
-
-double covariance(const Column &a, const Column &b)
-{
-    return dot(centred(a), centred(b)) / static_cast<double>(a.size() - 1);
+    double sum = 0;
+    for (std::size_t p = 0; p < x.size(); ++p) sum += (x[p] - mean(x)) * (y[p] - mean(y));
+    return sum / static_cast<double>(x.size() - 1);
 }
 
 template <class Real> struct InitializeWeights : NetworkTest {
@@ -70,21 +60,22 @@ template <class Real> struct InitializeWeights : NetworkTest {
     }
 
     // The weights, which are the network's, too.
-    template <class... Options> Weights weights(const Owned<Real> &net, Options... options)
+    template <class... Options> Weights weights(const Owned<Real> &net, Options... options) const
     {
+        Weights own;
         Real *made =
             R::initialize(net.get(), n_patterns, 2, 3, nominal.data(), continuous.data(), options..., 0);
-        if (made == nullptr) {
-            ADD_FAILURE() << "error " << tavik_error_code();
-            return Weights(net->n_links + net->n_nodes - net->n_inputs);
-        }
-        const Weights copy(made, made + net->n_links + net->n_nodes - net->n_inputs);
-        tavik_free(made);
-        Weights own;
         for (int k = 0; k < net->n_links; ++k) own.push_back(net->links[k].weight);
         for (int i = net->n_inputs; i < net->n_nodes; ++i) own.push_back(net->nodes[i].bias);
-        EXPECT_EQ(copy, own);
-        return copy;
+        EXPECT_TRUE(made != nullptr && std::equal(own.begin(), own.end(), made)) << tavik_error_code();
+        tavik_free(made);
+        return own;
+    }
+    template <class... Options>
+    Weights weights_from(int seed, const Owned<Real> &net, Options... options) const
+    {
+        tavik_random_seed_set(seed);
+        return weights(net, options...);
     }
 
     Column input(int i) const
@@ -95,58 +86,58 @@ template <class Real> struct InitializeWeights : NetworkTest {
         return x;
     }
 
-    Column potential(const Network<Real> &net, int node) const
+    // Of a node whose in-links have these weights.
+    Column potential(const Network<Real> &net, int node, double bias, const Column &weights) const
     {
-        Column z(n_patterns, net.nodes[node].bias);
-        for (int k = 0; k < net.nodes[node].n_inLinks; ++k) {
-            const auto &link = net.links[net.nodes[node].inLinks[k]];
-            const Column x = input(link.from_node);
-            for (int p = 0; p < n_patterns; ++p) z[p] += double{link.weight} * x[p];
+        Column z(n_patterns, bias);
+        for (std::size_t k = 0; k < weights.size(); ++k) {
+            const Column x = input(net.links[net.nodes[node].inLinks[k]].from_node);
+            for (int p = 0; p < n_patterns; ++p) z[p] += weights[k] * x[p];
         }
         return z;
+    }
+    Column potential(const Network<Real> &net, int node) const
+    {
+        Column weights;
+        for (int k = 0; k < net.nodes[node].n_inLinks; ++k)
+            weights.push_back(net.links[net.nodes[node].inLinks[k]].weight);
+        return potential(net, node, net.nodes[node].bias, weights);
     }
 
     void expect_standard_potentials(const Network<Real> &net) const
     {
-        for (int i = 0; i < net.layers[1].n_nodes; ++i) {
-            const Column z = potential(net, net.layers[1].nodes[i]);
-            const double size = 1 + std::fabs(double{net.nodes[net.layers[1].nodes[i]].bias});
-            EXPECT_NEAR(mean(z), 0, near * size) << "perceptron " << i;
-            EXPECT_NEAR(covariance(z, z), 1, 10 * near) << "perceptron " << i;
+        const Record record(net);
+        for (int node : record.layers[1]) {
+            const Column z = potential(net, node);
+            EXPECT_NEAR(mean(z), 0, near * (1 + std::fabs(double{net.nodes[node].bias}))) << "node " << node;
+            EXPECT_NEAR(covariance(z, z), 1, 10 * near) << "node " << node;
         }
     }
 
-    static double draw()
-    {
-        Real u;
-        R::uniform(1, TAVIK_RETURN_USER, &u, 0);
-        return double{u} - 0.5;
-    }
-
     // The literal rule of random weights, from perceptron `first` of the first layer on.
-    void expect_random(const Network<Real> &net, int first = 0) const
+    void expect_random_from(int seed, const Network<Real> &net, int first = 0) const
     {
+        tavik_random_seed_set(seed);
         for (int node = net.n_inputs + first; node < net.n_nodes; ++node) {
             const auto &[layer, d, n_out, in, out, param, bias, activation] = net.nodes[node];
-            Column u(d + 1);
+            Column u;
+            while (static_cast<int>(u.size()) <= d) {
+                Real drawn;
+                R::uniform(1, TAVIK_RETURN_USER, &drawn, 0);
+                u.push_back(double{drawn} - 0.5);
+            }
+            double own = layer == 1 ? u.front() : u.back();
+            u.erase(layer == 1 ? u.begin() : u.end() - 1);
             if (layer == 1) {
-                for (double &value : u) value = draw();
-                Column z(n_patterns, u[0]);
-                for (int k = 0; k < d; ++k) {
-                    const Column x = input(net.links[in[k]].from_node);
-                    for (int p = 0; p < n_patterns; ++p) z[p] += u[k + 1] * x[p];
-                }
+                const Column z = potential(net, node, own, u);
                 double s = std::sqrt(covariance(z, z));
                 if (!(s > 1e-14)) s = 1; // what is less is rounding here
-                u[0] -= mean(z);
+                own = (own - mean(z)) / s;
                 for (double &value : u) value /= s;
-            } else {
-                for (int k = 1; k <= d; ++k) u[k] = draw();
-                u[0] = draw();
             }
-            EXPECT_NEAR(bias, u[0], near * (1 + std::fabs(u[0]))) << "node " << node;
+            EXPECT_NEAR(bias, own, near * (1 + std::fabs(own))) << "node " << node;
             for (int k = 0; k < d; ++k)
-                EXPECT_NEAR(net.links[in[k]].weight, u[k + 1], near * (1 + std::fabs(u[k + 1])))
+                EXPECT_NEAR(net.links[in[k]].weight, u[k], near * (1 + std::fabs(u[k])))
                     << "node " << node << ", in-link " << k;
         }
     }
@@ -156,33 +147,35 @@ TYPED_TEST_SUITE(InitializeWeights, Reals);
 
 TYPED_TEST(InitializeWeights, EqualOnesAreOneOverTheirNumber)
 {
+    using Real = TypeParam;
     const auto net = this->network({5, 4, 2});
     net->nodes[6].bias = 3;
-    const auto w = this->weights(net, TAVIK_METHOD, TAVIK_EQUAL_WEIGHTS);
-    for (int k = 0; k < 20; ++k) EXPECT_EQ(w[k], TypeParam(1) / 5);
-    for (int k = 20; k < 28; ++k) EXPECT_EQ(w[k], TypeParam(1) / 4);
-    for (int k = 28; k < 34; ++k) EXPECT_EQ(w[k], 0);
+    std::vector<Real> due(34, 0);
+    std::fill_n(due.begin(), 20, Real(1) / 5);
+    std::fill_n(due.begin() + 20, 8, Real(1) / 4);
+    EXPECT_EQ(this->weights(net, TAVIK_METHOD, TAVIK_EQUAL_WEIGHTS), due);
     EXPECT_EQ(tavik_random_seed_get(), 2026) << "nothing is drawn";
 }
 
 TYPED_TEST(InitializeWeights, RandomOnesFollowTheRule)
 {
-    auto partly =
-        make<TypeParam>(5, 2); // with links that were not made in the order of the inputs, and over a layer
+    // One with links that were not made in the order of the inputs, and over a layer.
+    auto partly = make<TypeParam>(5, 2);
     Routines<TypeParam>::edit(partly.get(), TAVIK_CREATE_HIDDEN_LAYER, 3, 0);
     for (const auto &[to, from] :
          {std::pair{6, 4}, {5, 3}, {8, 6}, {6, 0}, {5, 2}, {8, 1}, {9, 5}, {6, 3}, {8, 5}})
         Routines<TypeParam>::edit(partly.get(), TAVIK_LINK_NODE, to, from, 0);
     for (const auto &net : {this->network({5, 4, 3, 2}), this->network({5, 3}), std::move(partly)}) {
-        tavik_random_seed_set(77);
-        const auto w = this->weights(net);
+        const auto w = this->weights_from(77, net);
         const int end = tavik_random_seed_get();
-        tavik_random_seed_set(77);
-        this->expect_random(*net);
+        this->expect_random_from(77, *net);
         EXPECT_EQ(tavik_random_seed_get(), end);
         if (net->nodes[7].n_inLinks > 0) this->expect_standard_potentials(*net);
-        EXPECT_EQ(this->weights(net, TAVIK_METHOD, TAVIK_RANDOM_WEIGHTS).size(), w.size());
-        EXPECT_NE(tavik_random_seed_get(), end) << "the stream goes on";
+        EXPECT_NE(this->weights(net, TAVIK_METHOD, TAVIK_RANDOM_WEIGHTS), w) << "the stream goes on";
+        // Without classes there are no others.
+        expect_outcome("3 40114", [&, &net = net] {
+            EXPECT_EQ(this->weights_from(77, net, TAVIK_METHOD, TAVIK_DISCRIMINANT_WEIGHTS), w);
+        });
     }
 }
 
@@ -191,25 +184,22 @@ TYPED_TEST(InitializeWeights, PrincipalComponentsAreThoseOfTheCorrelations)
 {
     const auto net = this->network({5, 7, 2});
     const auto expect_components = [&](int due) {
-        tavik_random_seed_set(3);
-        this->weights(net, TAVIK_METHOD, TAVIK_PRINCIPAL_COMPONENT_WEIGHTS);
+        this->weights_from(3, net, TAVIK_METHOD, TAVIK_PRINCIPAL_COMPONENT_WEIGHTS);
         this->expect_standard_potentials(*net);
-        tavik_random_seed_set(3);
-        this->expect_random(*net, due);
+        this->expect_random_from(3, *net, due);
+        const auto deviation = [&](int i) { return std::sqrt(covariance(this->input(i), this->input(i))); };
         double sum = 0, last = INFINITY;
         for (int c = 0; c < due; ++c) {
             Column a, product(5);
             for (int j = 0; j < 5; ++j)
-                a.push_back(net->links[net->nodes[5 + c].inLinks[j]].weight *
-                            std::sqrt(covariance(this->input(j), this->input(j))));
-            for (int i = 0; i < 5; ++i) {
-                for (int j = 0; j < 5; ++j) {
-                    const Column x = this->input(i), y = this->input(j);
-                    const double scale = std::sqrt(covariance(x, x) * covariance(y, y));
-                    if (scale > 0) product[i] += covariance(x, y) / scale * a[j];
-                }
+                a.push_back(net->links[net->nodes[5 + c].inLinks[j]].weight * deviation(j));
+            for (int i = 0; i < 25; ++i) {
+                const double scale = deviation(i / 5) * deviation(i % 5);
+                if (scale > 0)
+                    product[i / 5] += covariance(this->input(i / 5), this->input(i % 5)) / scale * a[i % 5];
             }
-            const double lambda = dot(a, product) / dot(a, a);
+            const double lambda = std::inner_product(a.begin(), a.end(), product.begin(), 0.0) /
+                                  std::inner_product(a.begin(), a.end(), a.begin(), 0.0);
             for (int i = 0; i < 5; ++i) EXPECT_NEAR(product[i], lambda * a[i], 10 * this->near) << c;
             EXPECT_LT(lambda, last);
             EXPECT_GT(*std::max_element(a.begin(), a.end()), -*std::min_element(a.begin(), a.end()));
@@ -226,12 +216,11 @@ TYPED_TEST(InitializeWeights, PrincipalComponentsAreThoseOfTheCorrelations)
 TYPED_TEST(InitializeWeights, DiscriminantFunctionsSeparateTheClasses)
 {
     const auto net = this->network({5, 4, 3});
-    tavik_random_seed_set(3);
-    this->weights(net, TAVIK_METHOD, TAVIK_DISCRIMINANT_WEIGHTS, TAVIK_CLASSIFICATION, this->classes.data());
+    this->weights_from(3, net, TAVIK_METHOD, TAVIK_DISCRIMINANT_WEIGHTS, TAVIK_CLASSIFICATION,
+                       this->classes.data());
     EXPECT_EQ(this->output.take(), "") << "the classes are far apart";
     this->expect_standard_potentials(*net);
-    tavik_random_seed_set(3);
-    this->expect_random(*net, 2);
+    this->expect_random_from(3, *net, 2);
     const auto within_and_means = [&](Column x) {
         double sum[3] = {}, count[3] = {};
         for (int p = 0; p < this->n_patterns; ++p) sum[p % 3] += x[p], ++count[p % 3];
@@ -259,172 +248,128 @@ TYPED_TEST(InitializeWeights, DiscriminantFunctionsSeparateTheClasses)
     }
 }
 
+// Of classes that no line separates: opposite corners of a square.
 TYPED_TEST(InitializeWeights, TellOfAPoorDiscriminant)
 {
-    // Classes that no line separates: opposite corners of a square.
-    const auto net = make<TypeParam>(2, 1);
-    Routines<TypeParam>::edit(net.get(), TAVIK_LINK_ALL, 0);
-    const TypeParam corners[] = {0, 0, 0, 1, 1, 0, 1, 1, 0, 0, 0, 1, 1, 0, 1, 1};
-    const int opposite[] = {0, 1, 1, 0, 0, 1, 1, 0}, sides[] = {0, 0, 1, 1, 0, 0, 1, 1};
-    const auto printed = [&](const int *classes) {
-        tavik_free(Routines<TypeParam>::initialize(net.get(), 8, 0, 2, nullptr, corners, TAVIK_METHOD, 4,
-                                                   TAVIK_CLASSIFICATION, classes, 0));
-        EXPECT_EQ(tavik_error_type(), 0);
-        return this->output.take();
-    };
-    EXPECT_EQ(printed(opposite),
+    const auto net = this->network({2, 1});
+    const TypeParam corners[] = {0, 0, 0, 1, 1, 0, 1, 1};
+    const int classes[] = {0, 1, 1, 0};
+    tavik_free(Routines<TypeParam>::initialize(net.get(), 4, 0, 2, nullptr, corners, TAVIK_METHOD, 4,
+                                               TAVIK_CLASSIFICATION, classes, 0));
+    EXPECT_EQ(tavik_error_type(), 0);
+    EXPECT_EQ(this->output.take(),
               "Warning:  Input layer weights poorly determined using discriminant analysis. \n");
-    EXPECT_EQ(printed(sides), "");
-    EXPECT_GT(net->links[0].weight, 1);
-    EXPECT_NEAR(net->links[1].weight, 0, 1e-6);
-}
-
-TYPED_TEST(InitializeWeights, WithoutClassesDiscriminantOnesAreRandom)
-{
-    const auto net = this->network({5, 4, 2});
-    const auto random = this->weights(net);
-    tavik_random_seed_set(2026);
-    string outcome = capture::outcome([&] {
-        EXPECT_EQ(this->weights(net, TAVIK_METHOD, TAVIK_DISCRIMINANT_WEIGHTS, TAVIK_PRINT), random);
-    });
-    EXPECT_EQ(outcome, "3 40114");
-    EXPECT_NE(this->output.take().find("-\t RANDOM WEIGHTS\n"), string::npos);
 }
 
 TYPED_TEST(InitializeWeights, LeaveOutPatternsWithMissingValues)
 {
     const auto net = this->network({5, 7, 3});
-    for (int method : {2, 3, 4}) {
-        const auto w = [&] {
-            tavik_random_seed_set(9);
-            return this->weights(net, TAVIK_METHOD, method, TAVIK_CLASSIFICATION, this->classes.data());
-        };
-        const auto without = w();
-        for (double bad : {NAN, INFINITY}) {
-            this->nominal.insert(this->nominal.begin(), {1, 1});
-            this->continuous.insert(this->continuous.begin(), {1, TypeParam(bad), 100});
-            this->classes.insert(this->classes.begin(), 2);
-            ++this->n_patterns;
-        }
-        EXPECT_EQ(w(), without) << "method " << method;
-        this->nominal.erase(this->nominal.begin(), this->nominal.begin() + 4);
-        this->continuous.erase(this->continuous.begin(), this->continuous.begin() + 6);
-        this->classes.erase(this->classes.begin(), this->classes.begin() + 2);
-        this->n_patterns -= 2;
+    const auto by_methods = [&] {
+        std::vector<std::vector<TypeParam>> all;
+        for (int method : {2, 3, 4})
+            all.push_back(
+                this->weights_from(9, net, TAVIK_METHOD, method, TAVIK_CLASSIFICATION, this->classes.data()));
+        return all;
+    };
+    const auto without = by_methods();
+    for (double bad : {NAN, INFINITY}) {
+        this->nominal.insert(this->nominal.begin(), {1, 1});
+        this->continuous.insert(this->continuous.begin(), {1, TypeParam(bad), 100});
+        this->classes.insert(this->classes.begin(), 2);
+        ++this->n_patterns;
     }
+    EXPECT_EQ(by_methods(), without);
     // Inputs that do not vary, and no pattern at all: weights are those drawn, potentials still 0.
     std::fill(this->nominal.begin(), this->nominal.end(), 1);
     std::fill(this->continuous.begin(), this->continuous.end(), TypeParam(0.25));
-    tavik_random_seed_set(9);
-    this->weights(net);
-    tavik_random_seed_set(9);
-    this->expect_random(*net);
+    this->weights_from(9, net);
+    this->expect_random_from(9, *net);
     std::fill(this->continuous.begin(), this->continuous.end(), TypeParam(NAN));
-    for (int method : {2, 3, 4}) {
-        for (auto value :
-             this->weights(net, TAVIK_METHOD, method, TAVIK_CLASSIFICATION, this->classes.data()))
-            EXPECT_LE(std::fabs(value), 3) << "method " << method; // and no NaN
-    }
+    for (const auto &weights : by_methods())
+        EXPECT_THAT(weights, testing::Each(testing::AllOf(testing::Ge(-3), testing::Le(3))));
 }
 
 TYPED_TEST(InitializeWeights, AreCheckedInOrder)
 {
     using R = Routines<TypeParam>;
-    const auto net = make<TypeParam>(2, 3);
-    R::edit(net.get(), TAVIK_LINK_ALL, 0);
+    const auto three = this->network({2, 3}), one = this->network({2, 1}); // one output: two classes
     const TypeParam x[] = {1, 2, 3, 4, 5, 7, 8, 9, 9, 9, 0, 3};
-    const int inputs[] = {0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1}, bad[] = {0, 1, 2, 3},
-              negative[] = {0, -1, 2, 0};
-    const auto outcome = [&](const string &kinds, auto *network, int n_patterns, int n_nominal,
-                             int n_continuous, auto... options) {
-        return capture::outcome(
-            [&] {
-                EXPECT_EQ(
-                    R::initialize(network, n_patterns, n_nominal, n_continuous, inputs, x, options..., 0),
-                    nullptr);
-            },
-            kinds);
+    const int inputs[] = {0, 1, 0, 1}, bad[] = {0, 1, 2, 3}, negative[] = {0, -1, 2, 0};
+    const auto refuse = [&](const string &due, auto *net, int n_patterns, int n_nominal, int n_continuous,
+                            const int *nominal, const TypeParam *continuous, int method, auto... options) {
+        expect_outcome(due, [&] {
+            const auto *made = R::initialize(net, n_patterns, n_nominal, n_continuous, nominal, continuous,
+                                             TAVIK_METHOD, method, options..., 0);
+            EXPECT_EQ(made, nullptr);
+        });
     };
     // Each call mends the fault that the one before it was refused for, and has all that are tested later.
-    Network<TypeParam> *const none = nullptr;
-    const auto later = [&](const string &kinds, auto *network, int n, int n_nominal, int n_continuous) {
-        return outcome(kinds, network, n, n_nominal, n_continuous, TAVIK_METHOD, 0, TAVIK_CLASSIFICATION,
-                       bad);
-    };
-    EXPECT_EQ(later("l", none, -1, -2, -3), "5 150 network");
-    EXPECT_EQ(later("lii", net.get(), -1, -2, -3), "5 603 n_nominal -2 0");
-    EXPECT_EQ(later("lii", net.get(), -1, 0, -3), "5 603 n_continuous -3 0");
-    EXPECT_EQ(later("", net.get(), -1, 0, 0), "5 40115");
-    EXPECT_EQ(later("lii", net.get(), 3, 1, 2), "5 40102 n_patterns 3 3");
-    EXPECT_EQ(later("ii", net.get(), 4, 1, 2), "5 40085 3 2");
-    EXPECT_EQ(later("", net.get(), 4, 1, 1), "5 40100");
-    EXPECT_EQ(outcome("", net.get(), 4, 1, 1, TAVIK_METHOD, 5), "5 40100");
+    Network<TypeParam> *const net = three.get(), *const none = nullptr;
+    const auto refuse_bad = [&](auto... arguments) { refuse(arguments..., TAVIK_CLASSIFICATION, bad); };
+    refuse_bad("5 150 network", none, -1, -2, -3, nullptr, nullptr, 0);
+    refuse_bad("5 603 n_nominal -2 0", net, -1, -2, -3, nullptr, nullptr, 0);
+    refuse_bad("5 603 n_continuous -3 0", net, -1, 0, -3, nullptr, nullptr, 0);
+    refuse_bad("5 40115", net, -1, 0, 0, nullptr, nullptr, 0);
+    refuse_bad("5 40102 n_patterns 3 3", net, 3, 1, 2, nullptr, nullptr, 0);
+    refuse_bad("5 40085 3 2", net, 4, 1, 2, nullptr, nullptr, 0);
+    refuse_bad("5 40100", net, 4, 1, 1, nullptr, nullptr, 0);
+    refuse_bad("5 40100", net, 4, 1, 1, nullptr, nullptr, 5);
+    refuse_bad("5 150 nominal", net, 4, 1, 1, nullptr, nullptr, 2);
+    refuse_bad("5 150 continuous", net, 4, 1, 1, inputs, nullptr, 2);
+    refuse_bad("5 602 classification 2 0 1", one.get(), 4, 1, 1, inputs, x, 2);
     for (int method : {1, 2, 3, 4}) {
-        EXPECT_EQ(outcome("liii", net.get(), 4, 1, 1, TAVIK_METHOD, method, TAVIK_CLASSIFICATION, bad),
-                  "5 602 classification 3 0 2");
-        EXPECT_EQ(outcome("liii", net.get(), 4, 1, 1, TAVIK_METHOD, method, TAVIK_CLASSIFICATION, negative),
-                  "5 602 classification -1 0 2");
+        refuse_bad("5 602 classification 3 0 2", net, 4, 1, 1, inputs, x, method);
+        refuse("5 602 classification -1 0 2", net, 4, 1, 1, inputs, x, method, TAVIK_CLASSIFICATION,
+               negative);
     }
-    const auto two = make<TypeParam>(2, 1); // one output: two classes
-    EXPECT_EQ(outcome("liii", two.get(), 4, 1, 1, TAVIK_CLASSIFICATION, bad), "5 602 classification 2 0 1");
-    EXPECT_EQ(outcome("", net.get(), INT_MAX, INT_MAX, INT_MAX), "5 40102");
-    EXPECT_EQ(outcome("ii", net.get(), 4, 1, 1, TAVIK_METHOD, 1, 12345), "5 11001 12345 2");
-    EXPECT_EQ(capture::outcome([&] { R::initialize(net.get(), 4, 1, 1, nullptr, x, 0); }, "l"),
-              "5 150 nominal");
-    EXPECT_EQ(capture::outcome([&] { R::initialize(net.get(), 4, 1, 1, inputs, nullptr, 0); }, "l"),
-              "5 150 continuous");
-    for (int k = 0; k < 6; ++k) EXPECT_EQ(net->links[k].weight, 0) << "no refused call stores";
+    refuse("5 40102", net, INT_MAX, INT_MAX, INT_MAX, inputs, x, 2);
+    refuse("5 11001 12345 2", net, 4, 1, 1, inputs, x, 1, 12345);
+    for (int k = 0; k < 6; ++k) EXPECT_EQ(three->links[k].weight, 0) << "no refused call stores";
     TypeParam user[10];
     user[9] = 5;
-    EXPECT_EQ(R::initialize(net.get(), 4, 1, 1, inputs, x, TAVIK_RETURN_USER, user, 0), user);
-    EXPECT_EQ(user[8], net->nodes[4].bias);
+    EXPECT_EQ(R::initialize(three.get(), 4, 1, 1, inputs, x, TAVIK_RETURN_USER, user, 0), user);
+    EXPECT_EQ(user[8], three->nodes[4].bias);
     EXPECT_EQ(user[9], 5);
 }
 
 TYPED_TEST(InitializeWeights, PrintASummary)
 {
-    using R = Routines<TypeParam>;
     const auto net = this->network({5, 1, 2});
-    R::edit(net.get(), TAVIK_LINK_NODE, 7, 1, 0);
-    int classes[40];
-    for (int p = 0; p < 40; ++p) classes[p] = p % 3 > 0;
-    const auto line = [](const char *format, auto... values) {
-        char text[200];
-        std::snprintf(text, sizeof text, format, values...);
-        return string(text);
-    };
-    const std::pair<int, string> methods[] = {
-        {1, "EQUAL"}, {2, "RANDOM"}, {3, "RANDOM"}, {4, "DISCRIMINANT"}};
-    for (const auto &[method, name] : methods) {
-        for (bool classification : {true, false}) {
-            if (method == 4 && !classification) continue;
-            const auto w = this->weights(net, TAVIK_PRINT, TAVIK_METHOD, method,
-                                         classification ? TAVIK_CLASSIFICATION : 0, classes);
-            string due = "\n-------------------------------------------\n"
-                         "-\t NETWORK WEIGHTS INITIALIZED USING \n"
-                         "-\t " +
-                         name + " WEIGHTS\n" +
-                         "-\t  Input Attributes:    5\n"
-                         "-\t     Nominal:          2\n"
-                         "-\t     Nominal(encoded): 2\n"
-                         "-\t     Continuous:       3\n"
-                         "-\t  Output Attributes:   2\n" +
-                         (classification ? "-\t     n_classes:        2\n" : "") +
-                         "-\t  Layers:              2\n"
-                         "-\t  Perceptrons:         3\n"
-                         "-\t  Weights:             11\n"
-                         "-\t  Patterns:            40\n"
-                         "-------------------------------------------\n";
-            due += "\n\t--- Perceptron 0 ---\n";
-            const char *inputs[] = {"N0", "N1", "X0", "X1", "X2"};
-            for (int k = 0; k < 5; ++k) due += line("\t%s \t\t\t %f \n", inputs[k], double{w[k]});
-            due += line("\tBias %g \n", double{w[8]});
-            due +=
-                line("\n\t--- Perceptron 1 ---\n\tP0 \t\t\t %f \n\tBias %g \n", double{w[5]}, double{w[9]});
-            due += line("\n\t--- Perceptron 2 ---\n\tP0 \t\t\t %f \n\tN1 \t\t\t %f \n\tBias %g \n",
-                        double{w[6]}, double{w[7]}, double{w[10]});
-            EXPECT_EQ(this->output.take(), due);
+    Routines<TypeParam>::edit(net.get(), TAVIK_LINK_NODE, 7, 1, 0);
+    for (int &c : this->classes) c = c > 0;
+    const struct {
+        int method, classification;
+        const char *name;
+    } calls[] = {{1, TAVIK_CLASSIFICATION, "EQUAL"},
+                 {2, 0, "RANDOM"},
+                 {3, TAVIK_CLASSIFICATION, "RANDOM"},
+                 {4, 0, "RANDOM"},
+                 {4, TAVIK_CLASSIFICATION, "DISCRIMINANT"}};
+    for (const auto &[method, classification, name] : calls) {
+        const auto w =
+            this->weights(net, TAVIK_PRINT, TAVIK_METHOD, method, classification, this->classes.data());
+        string due = format("\n-------------------------------------------\n"
+                            "-\t NETWORK WEIGHTS INITIALIZED USING \n"
+                            "-\t %s WEIGHTS\n"
+                            "-\t  Input Attributes:    5\n"
+                            "-\t     Nominal:          2\n"
+                            "-\t     Nominal(encoded): 2\n"
+                            "-\t     Continuous:       3\n"
+                            "-\t  Output Attributes:   2\n"
+                            "%s"
+                            "-\t  Layers:              2\n"
+                            "-\t  Perceptrons:         3\n"
+                            "-\t  Weights:             11\n"
+                            "-\t  Patterns:            40\n"
+                            "-------------------------------------------\n",
+                            name, classification ? "-\t     n_classes:        2\n" : "");
+        const std::vector<const char *> inputs[] = {{"N0", "N1", "X0", "X1", "X2"}, {"P0"}, {"P0", "N1"}};
+        for (int i = 0, k = 0; i < 3; ++i) {
+            due += format("\n\t--- Perceptron %d ---\n", i);
+            for (const char *from : inputs[i]) due += format("\t%s \t\t\t %f \n", from, double{w[k++]});
+            due += format("\tBias %g \n", double{w[8 + i]});
         }
+        EXPECT_EQ(this->output.take(), due);
     }
 }
 

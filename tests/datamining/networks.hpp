@@ -3,6 +3,8 @@
 
 #include "frame/capture.hpp"
 
+#include <cstdio>
+#include <functional>
 #include <memory>
 #include <ostream>
 #include <sstream>
@@ -85,31 +87,45 @@ struct Record {
 
     friend void PrintTo(const Record &record, std::ostream *out)
     {
-        const auto list = [out](const char *name, const std::vector<int> &numbers) {
-            *out << name;
-            for (int number : numbers) *out << ' ' << number;
+        const auto print = [out](const auto &...parts) {
+            ((*out << testing::PrintToString(parts) << ' '), ...);
         };
-        *out << record.n_inputs << " inputs, " << record.n_outputs << " outputs, next link "
-             << record.next_link;
-        for (const auto &layer : record.layers) list("\n  layer:", layer);
-        for (const auto &[weight, gradient, to, from] : record.links)
-            *out << "\n  link to " << to << " from " << from << ": " << weight << ' ' << gradient;
+        print(record.n_inputs, record.n_outputs, record.next_link, record.layers);
+        for (const auto &[weight, gradient, to, from] : record.links) {
+            *out << "\n  link (to, from, weight, gradient): ";
+            print(to, from, weight, gradient);
+        }
         for (const Node &node : record.nodes) {
-            *out << "\n  node in layer " << node.layer << ", activation " << node.activation << ", bias "
-                 << node.bias << ", param " << node.param;
-            list(", in:", node.in);
-            list(", out:", node.out);
+            *out << "\n  node (layer, activation, bias, param, in, out): ";
+            print(node.layer, node.activation, node.bias, node.param, node.in, node.out);
         }
     }
 };
 
-// "5 602 to 3 1 2": an outcome as capture::outcome tells it.
+template <class... Values> string format(const char *pattern, Values... values)
+{
+    char line[1000];
+    std::snprintf(line, sizeof line, pattern, values...);
+    return line;
+}
+
+// "5 602 to 3 1 2": what a call leaves, as capture::outcome tells it.
 template <class... Parts> string text(const Parts &...parts)
 {
     std::ostringstream out;
     const char *blank = "";
     ((out << blank << parts, blank = " "), ...);
     return out.str();
+}
+
+// Expects that a call leaves such a text. What follows type and code are parameters: numbers, or else single words.
+inline void expect_outcome(const string &due, const std::function<void()> &call)
+{
+    std::istringstream words(due);
+    string type, code, word, kinds;
+    for (words >> type >> code; words >> word;)
+        kinds += word.find_first_not_of("-0123456789") == string::npos ? 'i' : 'l';
+    EXPECT_EQ(capture::outcome(call, kinds), due);
 }
 
 struct NetworkTest : capture::FrameTest {
