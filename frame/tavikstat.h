@@ -1057,10 +1057,10 @@ typedef struct {
     int layer_id;
     int n_inLinks;
     int n_outLinks;
-    int *inLinks;  /* indices of the links that end here, in the order of their creation */
-    int *outLinks; /* of those that start here */
-    float param;   /* for trainers; 1 in a new node */
-    float bias;    /* 0 */
+    int *inLinks;      /* indices of the links that end here, in the order of their creation */
+    int *outLinks;     /* of those that start here */
+    float param;       /* for trainers; 1 in a new node */
+    float bias;        /* 0 */
     int activationFcn; /* an activation code: TAVIK_LOGISTIC in a new hidden layer, elsewhere TAVIK_LINEAR */
 } tavik_f_node;
 
@@ -1180,7 +1180,7 @@ TAVIK_API void tavik_d_mlff_network(tavik_d_network *network, ...);
  * leaves the old file as it was. The target itself is written where a new file could not stand for it: devices and
  * pipes, a file with several links or of another owner, and in folders that allow no new file. Nothing is forced to
  * the disk: who fears for the power calls fsync. 15 digits bring a float back exactly, and a double to a relative
- * error of 5e-15. The bytes do not depend on the locale:
+ * error of 5e-15 (within which the very largest becomes infinite). The bytes do not depend on the locale:
  *
  *     1.000000                                              the version of the format
  *     n_inputs n_outputs n_layers n_links n_nodes next_link
