@@ -177,9 +177,10 @@ private:
                fail("a link is missing in the lists of its nodes");
     }
 
-    // Every link is in the list of either of its ends once.
+    // Every link is in the list of either of its ends once. `size` is at most the number of links that have been read.
     bool read_list(int node, int size, End end, int *&list, int &n)
     {
+        if (!make_room(list, 0, std::int64_t{size})) return false;
         while (n < size) {
             int link = 0;
             if (!take(link, 0, counts_.links - 1, "a node lists a link that there is not")) return false;
@@ -188,9 +189,7 @@ private:
                 return fail("a node lists a link of other nodes");
             if ((listed_[link] & end) != 0) return fail("a node lists a link twice");
             listed_[link] = static_cast<char>(listed_[link] | end);
-            int *added = add_to(list, n);
-            if (added == nullptr) return false;
-            *added = link;
+            list[n++] = link;
         }
         return true;
     }

@@ -54,6 +54,10 @@ public:
     template <class Real> Scan real(Real &value)
     {
         if (!read_token()) return Scan::end_of_file;
+        if (last_ - first_ == 1 && *first_ >= '0' && *first_ <= '9') { // as files are full of
+            value = static_cast<Real>(*first_ - '0');
+            return Scan::found;
+        }
         const auto [end, error] = std::from_chars(first(), last_, value);
         if (error != std::errc::result_out_of_range || end != last_) return result(end, error);
         value = std::copysign(is_below_one() ? Real{0} : infinity<Real>, *first_ == '-' ? Real{-1} : Real{1});
