@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 namespace tavik {
 
@@ -88,6 +89,8 @@ private:
     void skip_blanks()
     {
         const char *at = at_;
+        constexpr char padding[] = "        "; // numbers stand at the right of their fields
+        while (end_ - at >= 8 && std::memcmp(at, padding, 8) == 0) at += 8;
         int lines = 0;
         for (; at != end_ && is_blank(*at); ++at) lines += *at == '\n';
         at_ = at;
