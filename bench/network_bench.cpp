@@ -203,7 +203,8 @@ const bool registered = [] {
     constexpr double seconds_a_link = 20e-9, links = 2e6;
     add("network/2,000,000 links", own_clock, link_all, 1, 1000);
     add("network/20 ns a link", own_clock, clock_of, seconds_a_link * links);
-    add("network/4 x 500,000 links", own_clock, link_all, 4, 500);
+    add("network/8,000,000 links", own_clock, link_all, 1, 2000);
+    add("network/4 x 2,000,000 links", own_clock, link_all, 4, 1000);
     add("network/remove from 1,000,000", wall_clock, remove_links, 1, 1000);
     add("network/remove from 4 x 250,000", wall_clock, remove_links, 4, 500);
     add("network/write 1,000,000 links", wall_clock, write_ours);
@@ -211,7 +212,8 @@ const bool registered = [] {
     add("network/read 1,000,000 links", own_clock, read_ours);
     add("network/fscanf", own_clock, read_theirs);
     bench::compare("network/2,000,000 links", "network/20 ns a link", 1);
-    bench::compare("network/2,000,000 links", "network/4 x 500,000 links", 0);
+    // Smaller networks would lie in memory that the allocator keeps, and cost no page faults.
+    bench::compare("network/8,000,000 links", "network/4 x 2,000,000 links", 0.7);
     bench::compare("network/remove from 1,000,000", "network/remove from 4 x 250,000", 0.7);
     bench::compare("network/write 1,000,000 links", "network/fprintf", 4);
     bench::compare("network/read 1,000,000 links", "network/fscanf", 4);

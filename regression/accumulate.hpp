@@ -19,17 +19,15 @@
 namespace tavik::regression {
 
 inline std::size_t read_rows(const RowSource<float> &rows, std::int64_t &next, std::int64_t end,
-                             std::size_t most, std::size_t padded, double *values, double *weights,
-                             std::size_t weight_stride, RowTally &tally)
+                             std::size_t most, const RowTarget &to, RowTally &tally)
 {
-    return rotation_kernels().read_f(rows, next, end, most, padded, values, weights, weight_stride, tally);
+    return rotation_kernels().read_f(rows, next, end, most, to, tally);
 }
 
 inline std::size_t read_rows(const RowSource<double> &rows, std::int64_t &next, std::int64_t end,
-                             std::size_t most, std::size_t padded, double *values, double *weights,
-                             std::size_t weight_stride, RowTally &tally)
+                             std::size_t most, const RowTarget &to, RowTally &tally)
 {
-    return rotation_kernels().read_d(rows, next, end, most, padded, values, weights, weight_stride, tally);
+    return rotation_kernels().read_d(rows, next, end, most, to, tally);
 }
 
 // Up to this many rows times the square of the columns, rows are few; up to the second, so few that they are folded
@@ -152,8 +150,9 @@ private:
     std::size_t fill_part(std::size_t part, std::int64_t &next, std::int64_t end)
     {
         double *values = tile_.values + part * rows_per_tile * factors_.padded;
-        const std::size_t used = read_rows(*rows_, next, end, rows_per_tile, factors_.padded, values,
-                                           tile_.weights + part, side_by_side, tally_);
+        const std::size_t used =
+            read_rows(*rows_, next, end, rows_per_tile,
+                      {values, tile_.weights + part, factors_.padded, side_by_side}, tally_);
         if (used < rows_per_tile) {
             std::fill(values + used * factors_.padded, values + rows_per_tile * factors_.padded, 0.0);
             for (std::size_t k = used; k < rows_per_tile; ++k) tile_.weights[k * side_by_side + part] = 0;
@@ -251,8 +250,8 @@ std::int64_t add_few(const RowSource<Real> &rows, std::int64_t n_rows, Fit &fit,
     clear(factor, 1);
     if (tally.sums != nullptr) std::fill_n(tally.sums, n, 0.0);
     for (std::int64_t next = 0; next < n_rows;) {
-        const std::size_t used =
-            read_rows(rows, next, n_rows, rows_per_tile, factor.padded, tile.values, tile.weights, 1, tally);
+        const std::size_t used = read_rows(rows, next, n_rows, rows_per_tile,
+                                           {tile.values, tile.weights, factor.padded, 1}, tally);
         if (used == 0) break;
         std::fill(tile.values + used * factor.padded, tile.values + with_rest(used) * factor.padded, 0.0);
         std::fill(tile.weights + used, tile.weights + with_rest(used), 0.0);
@@ -306,7 +305,7 @@ std::int64_t fold_directly(RowSource<Real> rows, std::int64_t n_rows, bool delet
         tally.sums = sums;
         double weight = 0;
         if (sums != nullptr) std::fill_n(sums, n, 0.0);
-        const bool used = read_rows(rows, next, n_rows, 1, padded, values, &weight, 1, tally) > 0;
+        const bool used = read_rows(rows, next, n_rows, 1, {values, &weight, padded, 1}, tally) > 0;
         if (tally.first_bad >= 0) return tally.first_bad;
         if (deletes) {
             tally.missing = -std::min(tally.missing, fit.missing);
@@ -347,7 +346,7 @@ bool find_shift(RowSource<Real> rows, std::int64_t n_rows, Fit &fit, Workspace &
         RowTally tally;
         double weight = 0;
         next = row;
-        if (read_rows(rows, next, n_rows, 1, padded_columns(n), values, &weight, 1, tally) == 0) break;
+        if (read_rows(rows, next, n_rows, 1, {values, &weight, padded_columns(n), 1}, tally) == 0) break;
         fit.shift_known = true;
         for (std::size_t j = 1; j < n; ++j) {
             if (std::fabs(values[j]) < std::fabs(fit.shift[j])) fit.shift[j] = values[j];

@@ -1,75 +1,10 @@
 // The rotation kernels, written once. A file of a few lines compiles them for each instruction level; everything
 // here has internal linkage, so that no level's code can stand in for another's at link time.
 
-#include "rotations.hpp"
+#include "reading_kernel.hpp"
 
 namespace tavik::regression {
 namespace {
-
-using V = double __attribute__((vector_size(side_by_side * sizeof(double))));
-using VMask = decltype(V{} < V{});
-using F4 = float __attribute__((vector_size(side_by_side * sizeof(float))));
-
-// What rotations are set up with: V for four factors at a time, and for one S, of which only the first lane counts.
-// So both are selected by masks, without branches.
-using S = double __attribute__((vector_size(2 * sizeof(double))));
-using SMask = decltype(S{} < S{});
-
-template <class T> constexpr std::size_t factors_in = sizeof(T) == sizeof(V) ? side_by_side : 1;
-
-template <class T> inline T load_as(const double *from)
-{
-    T v = {};
-    __builtin_memcpy(&v, from, factors_in<T> * sizeof *from);
-    return v;
-}
-
-template <class T> inline void store(double *to, T v)
-{
-    __builtin_memcpy(to, &v, factors_in<T> * sizeof *to);
-}
-
-inline V load(const double *from)
-{
-    return load_as<V>(from);
-}
-
-inline V load(const float *from)
-{
-    F4 v;
-    __builtin_memcpy(&v, from, sizeof v);
-    return __builtin_convertvector(v, V);
-}
-
-inline V broadcast(double value)
-{
-    return V{value, value, value, value};
-}
-
-// Bit k is set when lane k is true.
-inline unsigned true_lanes(VMask mask)
-{
-    return static_cast<unsigned>((mask[0] & 1) | (mask[1] & 2) | (mask[2] & 4) | (mask[3] & 8));
-}
-
-inline bool any(VMask mask)
-{
-#ifdef __AVX2__
-    return __builtin_ia32_movmskpd256(__builtin_bit_cast(V, mask)) != 0;
-#else
-    return (mask[0] | mask[1] | mask[2] | mask[3]) != 0;
-#endif
-}
-
-inline unsigned true_lanes(SMask mask)
-{
-    return static_cast<unsigned>(mask[0] & 1);
-}
-
-inline bool any(SMask mask)
-{
-    return mask[0] != 0;
-}
 
 template <class Mask, class T> inline void exchange_where(Mask mask, T &a, T &b)
 {
@@ -78,19 +13,29 @@ template <class Mask, class T> inline void exchange_where(Mask mask, T &a, T &b)
     b = mask ? old : b;
 }
 
+// From row to row of one factor's rotations: h12 and h21 of every pivot of a block.
+constexpr std::size_t h_stride = 2 * pivots_in_block;
+
+// The rotations of a tile's rows with the pivots of a block.
+struct Block {
+    std::size_t first;        // pivot
+    double *h;                // factor after factor, row after row, pivot after pivot: h12, h21
+    unsigned char *exchanges; // row after row, pivot after pivot: lanes whose rows change places, as bits
+    unsigned *exchanged;      // of each group of rows: all lanes in which some do
+};
+
 // The rows of a tile within one panel, and the rotations that are set up for it.
 template <class T> struct Panel {
     static constexpr std::size_t factors = factors_in<T>;
 
-    Panel(const FactorSet &f, const Tile &tile, std::size_t first_column)
+    Panel(const FactorSet &f, const Tile &tile, const Block &block, std::size_t first_column)
         : first(first_column), pivots(f.n - first < f.panel ? f.n - first : f.panel),
           p(f.p + first * factors), diagonal(f.diagonal + first * factors),
           reciprocal_p(f.reciprocal_p + first * factors),
           reciprocal_diagonal(f.reciprocal_diagonal + first * factors),
           within(f.within + first * panel_stride * factors), weights(tile.weights), rows(tile.scratch),
           h(rows + rows_per_tile * panel_stride * factors),
-          exchanges(reinterpret_cast<unsigned char *>(h + 2 * rows_per_tile * panel_stride * factors)),
-          apart(h + (2 * factors + 1) * rows_per_tile * panel_stride)
+          exchanges(block.exchanges + (first - block.first)), exchanged(block.exchanged)
     {
     }
 
@@ -98,18 +43,24 @@ template <class T> struct Panel {
     double *p, *diagonal, *reciprocal_p, *reciprocal_diagonal, *within; // of the panel's first row on
     double *weights;
     double *rows;             // rows_per_tile x panel_stride x factors
-    double *h;                // row after row, pivot after pivot: h12, h21, of all factors each
-    unsigned char *exchanges; // row after row, pivot after pivot: lanes whose rows change places, as bits
-    double *apart;            // the same as h, factor after factor
+    double *h;                // of a group of rows: pivot after pivot h12, h21, of all factors each
+    unsigned char *exchanges; // of the block, from the panel's first pivot on
+    unsigned *exchanged;
 
     double *row(std::size_t k) const
     {
         return rows + k * panel_stride * factors;
     }
 
+    // Of row k and pivot i, while the row's group is at work.
     double *rotation(std::size_t k, std::size_t i) const
     {
-        return h + 2 * (k * panel_stride + i) * factors;
+        return h + 2 * (k % rows_in_flight * panel_stride + i) * factors;
+    }
+
+    unsigned char &exchange(std::size_t k, std::size_t i) const
+    {
+        return exchanges[k * pivots_in_block + i];
     }
 };
 
@@ -123,7 +74,8 @@ template <class T> inline T reciprocal_or_zero(T x)
 // Exchanges row k and row i of the factor up to column `end` in the lanes of the mask, and the numbers that belong to
 // them.
 template <class T, class Mask>
-inline void exchange_rows(const Panel<T> &panel, std::size_t k, std::size_t i, std::size_t end, Mask lanes)
+__attribute__((noinline)) void exchange_rows(const Panel<T> &panel, std::size_t k, std::size_t i,
+                                             std::size_t end, Mask lanes)
 {
     constexpr std::size_t factors = Panel<T>::factors;
     double *row = panel.row(k), *pivot_row = panel.within + i * panel_stride * factors;
@@ -146,6 +98,8 @@ inline void exchange_rows(const Panel<T> &panel, std::size_t k, std::size_t i, s
         store(pivot_row + j * factors, r);
         store(row + j * factors, v);
     }
+    panel.exchange(k, i) = static_cast<unsigned char>(true_lanes(lanes));
+    panel.exchanged[k / rows_in_flight] |= true_lanes(lanes);
 }
 
 // A square below this counts as 0. What equal columns leave of each other shrinks from column to column by the
@@ -184,63 +138,77 @@ template <class T, std::size_t count> struct Pivot {
     }
 };
 
-// Sets up the rotation of row k with pivot i of the panel and applies it to the `count` columns from the pivot's on.
-// Returns the lanes in which the two rows change places before. There is one division, and the multipliers do not
-// wait for it.
-template <class T, std::size_t count>
-inline unsigned rotate(const Panel<T> &panel, std::size_t k, std::size_t i, Pivot<T, count> &pivot)
+// 0 in the lanes of the mask.
+template <class T, class Mask> inline T zero_where(Mask mask, T x)
 {
-    constexpr std::size_t factors = Panel<T>::factors;
-    double *row = panel.row(k) + i * factors;
-    T w = load_as<T>(panel.weights + k * factors), y = load_as<T>(row), p2 = w * y;
-    const T zero = {}, square = p2 * y;
-    const auto idle = square < least_square; // NaN is not
-    const auto outweighs = (square >= pivot.p * pivot.x) & ~idle;
-    unsigned exchanged = 0;
+    return __builtin_bit_cast(T, ~mask & __builtin_bit_cast(Mask, x));
+}
+
+// A group of rows from a pivot's column on, and where its rotations with that pivot go: addresses that differ from row
+// to row by constants.
+template <class T> struct Group {
+    double *values, *weights, *h;
+
+    Group(const Panel<T> &panel, std::size_t k, std::size_t i)
+        : values(panel.row(k) + i * Panel<T>::factors), weights(panel.weights + k * Panel<T>::factors),
+          h(panel.rotation(k, i))
+    {
+    }
+};
+
+// Sets up the rotation of row r of the group with the pivot and applies it to the `count` columns from the pivot's on.
+// There is one division, and the multipliers do not wait for it. `exchange` makes the row and the pivot's change places
+// in memory.
+template <class T, std::size_t count, class Exchange>
+inline void rotate(const Group<T> &group, std::size_t r, Pivot<T, count> &pivot, const Exchange &exchange)
+{
+    constexpr std::size_t factors = factors_in<T>;
+    double *row = group.values + r * panel_stride * factors, *weight = group.weights + r * factors,
+           *h = group.h + 2 * r * panel_stride * factors;
+    T w = load_as<T>(weight), y = load_as<T>(row), p2 = w * y;
+    const T least = T{} + least_square, square = p2 * y, own_square = pivot.p * pivot.x;
+    const auto outweighs = square >= (own_square > least ? own_square : least);
     if (__builtin_expect(any(outweighs), 0)) {
-        exchanged = true_lanes(outweighs);
         pivot.store_all();
-        exchange_rows(panel, k, i, i + count, outweighs);
+        exchange(r, outweighs);
         pivot.load_all();
-        w = load_as<T>(panel.weights + k * factors);
+        w = load_as<T>(weight);
         y = load_as<T>(row);
         p2 = w * y;
     }
     // A row without weight in this column is left as it is: nothing is to be rotated, and if it has none at all, it
     // could grow on and on.
-    const T h12 = idle ? zero : p2 * pivot.reciprocal_p;
-    const T h21 = idle ? zero : -y * pivot.reciprocal_x;
+    const auto idle = square < least; // NaN is not
+    const T h12 = zero_where(idle, T(p2 * pivot.reciprocal_p));
+    const T h21 = zero_where(idle, T(y * pivot.reciprocal_x));
     const T rotated_x = pivot.x + h12 * y;
     pivot.reciprocal_x = 1 / rotated_x; // of an empty row infinite, and not used
-    store(panel.weights + k * factors, idle ? w : w * (pivot.x * pivot.reciprocal_x));
+    store(weight, idle ? w : w * (pivot.x * pivot.reciprocal_x));
     pivot.x = rotated_x;
-    store(panel.rotation(k, i), h12);
-    store(panel.rotation(k, i) + factors, h21);
+    store(h, h12);
+    store(h + factors, h21);
     for (std::size_t j = 1; j < count; ++j) {
         const T v = load_as<T>(row + j * factors);
-        store(row + j * factors, T(v + h21 * pivot.r[j]));
+        store(row + j * factors, T(v - h21 * pivot.r[j]));
         pivot.r[j] = pivot.r[j] + h12 * v;
     }
-    return exchanged;
 }
 
 // Rotations of a group of rows from row k on with pivot i and, after it, with those behind it up to the end of a
 // block of `count` columns. All rows meet a pivot before the first meets the next: only the pivot's own sum passes
-// from row to row, so their divisions overlap. Returns the lanes in which rows changed places.
+// from row to row, so their divisions overlap.
 template <class T, std::size_t count>
-inline unsigned rotate_block(const Panel<T> &panel, std::size_t k, std::size_t i)
+inline void rotate_block(const Panel<T> &panel, std::size_t k, std::size_t i)
 {
-    unsigned exchanged = 0;
+    const Group<T> group(panel, k, i);
     Pivot<T, count> pivot(panel, i);
+    const auto exchange = [&panel, k, i](std::size_t r, auto lanes) {
+        exchange_rows(panel, k + r, i, i + count, lanes);
+    };
 #pragma GCC unroll 8
-    for (std::size_t r = 0; r < rows_in_flight; ++r) {
-        const unsigned lanes = rotate(panel, k + r, i, pivot);
-        panel.exchanges[(k + r) * panel_stride + i] = static_cast<unsigned char>(lanes);
-        exchanged |= lanes;
-    }
+    for (std::size_t r = 0; r < rows_in_flight; ++r) rotate(group, r, pivot, exchange);
     pivot.store_all();
-    if constexpr (count > 1) exchanged |= rotate_block<T, count - 1>(panel, k, i + 1);
-    return exchanged;
+    if constexpr (count > 1) rotate_block<T, count - 1>(panel, k, i + 1);
 }
 
 inline VMask lanes_of(unsigned bits, VMask)
@@ -255,77 +223,66 @@ inline SMask lanes_of(unsigned bits, SMask)
     return SMask{bits != 0 ? -1 : 0, 0};
 }
 
-// Applies the rotations of a block to `columns` columns of the panel from j on: the rows stay in registers from the
-// first pivot to the last, a pivot's row while all rows meet it.
+// Applies the rotations of a group of rows with narrow_panel_width pivots from `first` on to `columns` columns of the
+// panel from j on. The pivots' rows stay in registers while all rows pass.
 template <class T, std::size_t columns, bool with_exchanges>
-inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t first, std::size_t end,
-                           std::size_t j)
+inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t first, std::size_t j)
 {
-    constexpr std::size_t factors = Panel<T>::factors;
-    T y[rows_at_once][columns];
-    for (std::size_t r = 0; r < rows_at_once; ++r) {
-        for (std::size_t c = 0; c < columns; ++c) y[r][c] = load_as<T>(panel.row(k + r) + (j + c) * factors);
+    constexpr std::size_t factors = factors_in<T>, row_stride = panel_stride * factors;
+    double *pivot_rows = panel.within + (first * panel_stride + j) * factors;
+    T pivot[narrow_panel_width][columns];
+    for (std::size_t i = 0; i < narrow_panel_width; ++i) {
+        for (std::size_t c = 0; c < columns; ++c)
+            pivot[i][c] = load_as<T>(pivot_rows + i * row_stride + c * factors);
     }
-    for (std::size_t i = first; i < end; ++i) {
-        double *pivot_row = panel.within + (i * panel_stride + j) * factors;
-        T pivot[columns];
-        for (std::size_t c = 0; c < columns; ++c) pivot[c] = load_as<T>(pivot_row + c * factors);
-        for (std::size_t r = 0; r < rows_at_once; ++r) {
-            const double *h = panel.rotation(k + r, i);
-            const T h12 = load_as<T>(h), h21 = load_as<T>(h + factors);
+    double *row = panel.row(k) + j * factors;
+    const double *h = panel.rotation(k, first);
+    for (std::size_t r = 0; r < rows_in_flight; ++r, row += row_stride, h += 2 * row_stride) {
+        T y[columns];
+        for (std::size_t c = 0; c < columns; ++c) y[c] = load_as<T>(row + c * factors);
+        for (std::size_t i = 0; i < narrow_panel_width; ++i) {
+            const T h12 = load_as<T>(h + 2 * i * factors), h21 = load_as<T>(h + (2 * i + 1) * factors);
             for (std::size_t c = 0; c < columns; ++c) {
                 if constexpr (with_exchanges)
-                    exchange_where(lanes_of(panel.exchanges[(k + r) * panel_stride + i], T{} < T{}), pivot[c],
-                                   y[r][c]);
-                const T rotated = pivot[c] + h12 * y[r][c];
-                y[r][c] = y[r][c] + h21 * pivot[c];
-                pivot[c] = rotated;
+                    exchange_where(lanes_of(panel.exchange(k + r, first + i), T{} < T{}), pivot[i][c], y[c]);
+                const T rotated = pivot[i][c] + h12 * y[c];
+                y[c] = y[c] - h21 * pivot[i][c];
+                pivot[i][c] = rotated;
             }
         }
-        for (std::size_t c = 0; c < columns; ++c) store(pivot_row + c * factors, pivot[c]);
+        for (std::size_t c = 0; c < columns; ++c) store(row + c * factors, y[c]);
     }
-    for (std::size_t r = 0; r < rows_at_once; ++r) {
-        for (std::size_t c = 0; c < columns; ++c) store(panel.row(k + r) + (j + c) * factors, y[r][c]);
+    for (std::size_t i = 0; i < narrow_panel_width; ++i) {
+        for (std::size_t c = 0; c < columns; ++c)
+            store(pivot_rows + i * row_stride + c * factors, pivot[i][c]);
     }
 }
 
 template <class T, bool with_exchanges>
-inline void rotate_rest_of_panel(const Panel<T> &panel, std::size_t k, std::size_t first, std::size_t end)
+inline void rotate_rest_of_panel(const Panel<T> &panel, std::size_t k, std::size_t first)
 {
-    for (std::size_t half = k; half < k + rows_in_flight; half += rows_at_once) {
-        std::size_t j = end;
-        for (; j + 2 <= panel.pivots; j += 2)
-            rotate_columns<T, 2, with_exchanges>(panel, half, first, end, j);
-        if (j < panel.pivots) rotate_columns<T, 1, with_exchanges>(panel, half, first, end, j);
-    }
+    std::size_t j = first + narrow_panel_width;
+    for (; j + 2 <= panel.pivots; j += 2) rotate_columns<T, 2, with_exchanges>(panel, k, first, j);
+    if (j < panel.pivots) rotate_columns<T, 1, with_exchanges>(panel, k, first, j);
 }
 
-// All rotations of a group of rows with the panel, a block of pivots after the other. Returns the lanes in which rows
-// changed places.
-template <class T> inline unsigned rotate_group(const Panel<T> &panel, std::size_t k)
+// All rotations of a group of rows with the panel, a few pivots after the other.
+template <class T> inline void rotate_group(const Panel<T> &panel, std::size_t k)
 {
     static_assert(narrow_panel_width == 4);
-    unsigned exchanged = 0;
     for (std::size_t first = 0; first < panel.pivots; first += narrow_panel_width) {
-        unsigned lanes = 0;
         switch (panel.pivots - first) {
-        case 1: lanes = rotate_block<T, 1>(panel, k, first); break;
-        case 2: lanes = rotate_block<T, 2>(panel, k, first); break;
-        case 3: lanes = rotate_block<T, 3>(panel, k, first); break;
-        default: lanes = rotate_block<T, 4>(panel, k, first);
+        case 1: rotate_block<T, 1>(panel, k, first); break;
+        case 2: rotate_block<T, 2>(panel, k, first); break;
+        case 3: rotate_block<T, 3>(panel, k, first); break;
+        default: rotate_block<T, 4>(panel, k, first);
         }
-        const std::size_t end = first + narrow_panel_width;
-        if (lanes != 0) rotate_rest_of_panel<T, true>(panel, k, first, end);
-        else rotate_rest_of_panel<T, false>(panel, k, first, end);
-        exchanged |= lanes;
+        if (panel.exchanged[k / rows_in_flight] != 0) rotate_rest_of_panel<T, true>(panel, k, first);
+        else rotate_rest_of_panel<T, false>(panel, k, first);
     }
-    return exchanged;
 }
 
-// From row to row of one factor's rotations: h12 and h21 of every pivot of a panel.
-constexpr std::size_t h_stride = 2 * panel_stride;
-
-// A strip of columns behind the panel, and the rotations of one factor that are applied to it.
+// A strip of columns behind pivots of a block, and the rotations of one factor that are applied to it.
 struct Strip {
     double *values; // of the first row
     double *pivot_rows;
@@ -354,7 +311,7 @@ inline void rotate_strip(const Strip &strip, std::size_t k)
         for (std::size_t r = 0; r < rows_at_once; ++r) {
             const V h12 = broadcast(h[r * h_stride]), h21 = broadcast(h[r * h_stride + 1]);
             const bool exchange =
-                with_exchanges && (strip.exchanges[(k + r) * panel_stride + i] & strip.lane_bit) != 0;
+                with_exchanges && (strip.exchanges[(k + r) * pivots_in_block + i] & strip.lane_bit) != 0;
             for (std::size_t v = 0; v < vectors; ++v) {
                 if (exchange) {
                     const V old = pivot[v];
@@ -362,7 +319,7 @@ inline void rotate_strip(const Strip &strip, std::size_t k)
                     y[r][v] = old;
                 }
                 const V rotated = pivot[v] + h12 * y[r][v];
-                y[r][v] = y[r][v] + h21 * pivot[v];
+                y[r][v] = y[r][v] - h21 * pivot[v];
                 pivot[v] = rotated;
             }
         }
@@ -385,64 +342,50 @@ inline void rotate_strip_of_all(const Strip &strip, std::size_t n_rows, const un
     }
 }
 
-// Four rows' vectors become four columns' vectors.
-inline void transpose(V &a, V &b, V &c, V &d)
-{
-    const V ab_low = __builtin_shufflevector(a, b, 0, 4, 2, 6),
-            ab_high = __builtin_shufflevector(a, b, 1, 5, 3, 7);
-    const V cd_low = __builtin_shufflevector(c, d, 0, 4, 2, 6),
-            cd_high = __builtin_shufflevector(c, d, 1, 5, 3, 7);
-    a = __builtin_shufflevector(ab_low, cd_low, 0, 1, 4, 5);
-    b = __builtin_shufflevector(ab_high, cd_high, 0, 1, 4, 5);
-    c = __builtin_shufflevector(ab_low, cd_low, 2, 3, 6, 7);
-    d = __builtin_shufflevector(ab_high, cd_high, 2, 3, 6, 7);
-}
-
-// Rotations of a panel, one factor's together: read again and again, they stay in the first-level cache.
-inline const double *set_apart(const Panel<V> &panel, std::size_t n_rows)
+// Puts the rotations of a group of rows among those of the block, one factor's together: read again and again there,
+// they stay in the first-level cache.
+inline void set_apart(const Panel<V> &panel, const Block &block, std::size_t k)
 {
     static_assert(panel_width % 2 == 0);
     constexpr std::size_t size = rows_per_tile * h_stride;
-    for (std::size_t k = 0; k < n_rows; ++k) {
+    for (std::size_t r = k; r < k + rows_in_flight; ++r) {
         for (std::size_t i = 0; i < panel_width; i += 2) { // columns follow whole panels only
-            const double *from = panel.rotation(k, i);
+            const double *from = panel.rotation(r, i);
             V a = load(from), b = load(from + side_by_side), c = load(from + 2 * side_by_side),
               d = load(from + 3 * side_by_side);
             transpose(a, b, c, d);
-            double *to = panel.apart + k * h_stride + 2 * i;
+            double *to = block.h + r * h_stride + 2 * (panel.first - block.first + i);
             store(to, a);
             store(to + size, b);
             store(to + 2 * size, c);
             store(to + 3 * size, d);
         }
     }
-    return panel.apart;
 }
 
-inline const double *set_apart(const Panel<S> &panel, std::size_t)
+inline void set_apart(const Panel<S> &panel, const Block &block, std::size_t k)
 {
-    return panel.h;
+    for (std::size_t r = k; r < k + rows_in_flight; ++r)
+        __builtin_memcpy(block.h + r * h_stride + 2 * (panel.first - block.first), panel.rotation(r, 0),
+                         2 * panel.pivots * sizeof(double));
 }
 
-// Applies the rotations of a panel to the columns behind it, for one factor. Strips are taken one after the other, so
-// that a strip of the pivots' rows stays in the first-level cache while all rows pass.
-template <class T>
-inline void rotate_behind(const Panel<T> &panel, const FactorSet &f, const Tile &tile, std::size_t factor,
-                          const double *h, std::size_t n_rows, const unsigned *exchanged)
+// Applies the rotations with the first `pivots` pivots of a block to the columns from `column` to `end`, for one factor.
+// Strips are taken one after the other, so that a strip of the pivots' rows stays in the first-level cache while all
+// rows pass.
+inline void rotate_strips(const FactorSet &f, const Tile &tile, const Block &block, std::size_t pivots,
+                          std::size_t n_rows, std::size_t factor, std::size_t column, std::size_t end)
 {
-    double *values = tile.values + factor * rows_per_tile * f.padded;
-    double *pivot_rows = f.row_behind(factor, panel.first);
-    h += factor * rows_per_tile * h_stride;
-    std::size_t column = panel.first + panel.pivots;
-    const std::size_t end = whole_vectors(f.n);
+    double *values = tile.values + factor * rows_per_tile * f.padded,
+           *pivot_rows = f.row_behind(factor, block.first);
+    const double *h = block.h + factor * rows_per_tile * h_stride;
+    const auto strip = [&] {
+        return Strip{values + column, pivot_rows + column, f.padded, pivots, h,
+                     block.exchanges, 1u << factor};
+    };
     for (; column + side_by_side < end; column += 2 * side_by_side)
-        rotate_strip_of_all<2>(
-            {values + column, pivot_rows + column, f.padded, panel.pivots, h, panel.exchanges, 1u << factor},
-            n_rows, exchanged);
-    if (column < end)
-        rotate_strip_of_all<1>(
-            {values + column, pivot_rows + column, f.padded, panel.pivots, h, panel.exchanges, 1u << factor},
-            n_rows, exchanged);
+        rotate_strip_of_all<2>(strip(), n_rows, block.exchanged);
+    if (column < end) rotate_strip_of_all<1>(strip(), n_rows, block.exchanged);
 }
 
 inline void take_panel(const Panel<V> &panel, const FactorSet &f, const Tile &tile, std::size_t n_rows)
@@ -472,10 +415,10 @@ inline void take_panel(const Panel<S> &panel, const FactorSet &f, const Tile &ti
 }
 
 // Has every row found an empty place in its factor? Nothing is left of it then.
-template <class T> inline bool spent(const Panel<T> &panel, std::size_t n_rows)
+template <class T> inline bool spent(const Tile &tile, std::size_t n_rows)
 {
-    for (std::size_t k = 0; k < n_rows * Panel<T>::factors; ++k) {
-        if (panel.weights[k] != 0) return false;
+    for (std::size_t k = 0; k < n_rows * factors_in<T>; ++k) {
+        if (tile.weights[k] != 0) return false;
     }
     return true;
 }
@@ -483,17 +426,32 @@ template <class T> inline bool spent(const Panel<T> &panel, std::size_t n_rows)
 template <class T>
 inline void fold(const FactorSet &f, const Tile &tile, std::size_t n_rows, std::size_t first_column)
 {
-    for (std::size_t first = first_column / f.panel * f.panel; first < f.n; first += f.panel) {
-        const Panel<T> panel(f, tile, first);
-        take_panel(panel, f, tile, n_rows);
-        unsigned exchanged[rows_per_tile / rows_in_flight]; // lanes in which some rows changed places
-        for (std::size_t k = 0; k < n_rows; k += rows_in_flight)
-            exchanged[k / rows_in_flight] = rotate_group(panel, k);
-        if (first + f.panel >= f.n) break;
-        const double *h = set_apart(panel, n_rows);
-        for (std::size_t factor = 0; factor < Panel<T>::factors; ++factor)
-            rotate_behind(panel, f, tile, factor, h, n_rows, exchanged);
-        if (spent(panel, n_rows)) break;
+    constexpr std::size_t factors = factors_in<T>;
+    double *h = tile.scratch + (rows_per_tile + 2 * rows_in_flight) * panel_stride * factors;
+    auto *exchanges = reinterpret_cast<unsigned char *>(h + rows_per_tile * h_stride * factors);
+    const std::size_t all_columns = whole_vectors(f.n);
+    for (std::size_t first = first_column / f.panel * f.panel; first < f.n; first += pivots_in_block) {
+        unsigned exchanged[rows_per_tile / rows_in_flight] = {};
+        const Block block = {first, h, exchanges, exchanged};
+        __builtin_memset(exchanges, 0, rows_per_tile * pivots_in_block);
+        const auto rotate_columns_behind = [&](std::size_t column, std::size_t end) {
+            end = end < all_columns ? end : all_columns;
+            for (std::size_t factor = 0; factor < factors; ++factor)
+                rotate_strips(f, tile, block, column - first, n_rows, factor, column, end);
+        };
+        for (std::size_t column = first; column < first + pivots_in_block; column += f.panel) {
+            if (column > first) rotate_columns_behind(column, column + f.panel);
+            const bool is_last = column + f.panel >= f.n;
+            const Panel<T> panel(f, tile, block, column);
+            take_panel(panel, f, tile, n_rows);
+            for (std::size_t k = 0; k < n_rows; k += rows_in_flight) {
+                rotate_group(panel, k);
+                if (!is_last) set_apart(panel, block, k);
+            }
+            if (is_last) return;
+        }
+        rotate_columns_behind(first + pivots_in_block, all_columns);
+        if (spent<T>(tile, n_rows)) return;
     }
 }
 
@@ -505,139 +463,6 @@ void fold_four(const FactorSet &factors, const Tile &tile, std::size_t n_rows, s
 void fold_one(const FactorSet &factor, const Tile &tile, std::size_t n_rows, std::size_t first_column)
 {
     fold<S>(factor, tile, n_rows, first_column);
-}
-
-// A value less its shift; an infinite one becomes NaN, since it would otherwise pass for a pivot beside which all
-// other rows vanish.
-template <class T> inline T shifted(T value, T shift)
-{
-    return (value - shift) + (value - value);
-}
-
-// Copies n values less their shifts. False when one is NaN.
-template <class Real>
-inline bool take_values(const Real *from, std::size_t n, const double *shift, double *to)
-{
-    if (n >= side_by_side) {
-        VMask missing = {};
-        for (std::size_t j = 0; j < n; j += side_by_side) {
-            j = j + side_by_side <= n ? j : n - side_by_side; // the last vector may overlap the one before
-            const V v = load(from + j);
-            missing |= v != v;
-            store(to + j, shifted(v, load(shift + j)));
-        }
-        return !any(missing);
-    }
-    bool missing = false;
-    for (std::size_t j = 0; j < n; ++j) {
-        const double v = from[j];
-        missing |= v != v;
-        to[j] = shifted(v, shift[j]);
-    }
-    return !missing;
-}
-
-template <class Real> inline bool take_row(const RowSource<Real> &rows, std::int64_t i, double *to)
-{
-    const Real *x = rows.x + static_cast<std::size_t>(i) * rows.x_stride;
-    const double *shift = rows.shift;
-    bool complete = true;
-    // The four parts of a piece are read in turns: the next turn's row is fetched in time.
-    constexpr std::size_t line = 64 / sizeof(Real);
-    // Perhaps behind the last row, where no pointer may point.
-    const auto ahead = reinterpret_cast<std::uintptr_t>(x) + rows_per_tile * rows.x_stride * sizeof(Real);
-    for (std::size_t j = 0; j < rows.n_independent; j += line) {
-        // NOLINTNEXTLINE(performance-no-int-to-ptr): the address is never read
-        __builtin_prefetch(reinterpret_cast<const void *>(ahead + j * sizeof(Real)));
-    }
-    if (rows.intercept) {
-        *to++ = 1;
-        ++shift;
-    }
-    if (rows.columns != nullptr) {
-        for (std::size_t j = 0; j < rows.n_independent + rows.n_dependent; ++j) {
-            const double v = x[rows.columns[j]];
-            complete &= v == v;
-            to[j] = shifted(v, shift[j]);
-        }
-        return complete;
-    }
-    complete = take_values(x, rows.n_independent, shift, to);
-    if (rows.n_dependent > 0) {
-        const Real *y = rows.y + static_cast<std::size_t>(i) * rows.n_dependent;
-        complete &= take_values(y, rows.n_dependent, shift + rows.n_independent, to + rows.n_independent);
-    }
-    return complete;
-}
-
-enum class MassKind { positive, none, missing, bad };
-
-inline MassKind kind_of_mass(double f, double w)
-{
-    const double mass = f * w;
-    if (mass > 0 && mass <= __DBL_MAX__ && f > 0) return MassKind::positive;
-    if (f != f || w != w) return MassKind::missing;
-    const bool finite = f <= __DBL_MAX__ && w <= __DBL_MAX__ && (mass <= __DBL_MAX__);
-    return f >= 0 && w >= 0 && finite ? MassKind::none : MassKind::bad;
-}
-
-inline void add_sums(const double *values, double mass, std::size_t n, double *sums)
-{
-    for (std::size_t j = 0; j < n; ++j) sums[j] += mass * values[j];
-}
-
-// The plain case: every row without a NaN counts once. The source is copied so that the compiler sees it unchanged by
-// what is written.
-template <class Real>
-std::size_t read_plain_rows(RowSource<Real> rows, std::int64_t &next, std::int64_t end, std::size_t most,
-                            std::size_t padded, double *values, double *weights, std::size_t weight_stride,
-                            RowTally &tally)
-{
-    std::size_t used = 0;
-    std::int64_t i = next;
-    for (; used < most && i < end; ++i) {
-        const bool complete = take_row(rows, i, values + used * padded);
-        weights[used * weight_stride] = 1;
-        used += complete;
-    }
-    tally.missing += i - next - static_cast<std::int64_t>(used);
-    tally.frequencies += static_cast<double>(used);
-    next = i;
-    return used;
-}
-
-template <class Real>
-std::size_t read_rows(const RowSource<Real> &rows, std::int64_t &next, std::int64_t end, std::size_t most,
-                      std::size_t padded, double *values, double *weights, std::size_t weight_stride,
-                      RowTally &tally)
-{
-    const bool with_masses = rows.frequencies != nullptr || rows.weights != nullptr;
-    if (!with_masses && rows.exclude_missing && tally.sums == nullptr)
-        return read_plain_rows(rows, next, end, most, padded, values, weights, weight_stride, tally);
-    std::size_t used = 0;
-    for (; used < most && next < end; ++next) {
-        const auto i = static_cast<std::size_t>(next);
-        const double f = rows.frequencies != nullptr ? rows.frequencies[i * rows.frequency_stride] : 1;
-        const double w = rows.weights != nullptr ? rows.weights[i * rows.weight_stride] : 1;
-        const double mass = f * w;
-        const MassKind kind = kind_of_mass(f, w);
-        if (kind == MassKind::bad && (tally.first_bad < 0 || next < tally.first_bad)) tally.first_bad = next;
-        if (kind == MassKind::bad || kind == MassKind::none) continue;
-        double *to = values + used * padded;
-        const bool complete = take_row(rows, next, to) && kind != MassKind::missing;
-        if (!complete && rows.exclude_missing) {
-            ++tally.missing;
-            continue;
-        }
-        weights[used * weight_stride] = mass;
-        tally.frequencies += f;
-        if (tally.sums != nullptr) {
-            tally.mass += mass;
-            add_sums(to, mass, rows.n_independent + rows.n_dependent, tally.sums);
-        }
-        ++used;
-    }
-    return used;
 }
 
 constexpr RotationKernels kernels_of_this_level = {read_rows<float>, read_rows<double>, fold_four, fold_one};

@@ -22,6 +22,9 @@ constexpr std::size_t rows_at_once = 4;   // rows to which they are applied toge
 constexpr std::size_t panel_width = 16, narrow_panel_width = 4;
 constexpr std::size_t panel_stride = panel_width; // in memory, whatever the width: kernels need a constant
 
+// Panels of so many pivots in all make a block, whose rotations are applied together to the columns behind it.
+constexpr std::size_t pivots_in_block = 2 * panel_width;
+
 constexpr std::size_t whole_vectors(std::size_t n)
 {
     return (n + side_by_side - 1) / side_by_side * side_by_side;
@@ -102,10 +105,13 @@ constexpr std::size_t tile_values_size(std::size_t n, std::size_t count)
     return count * rows_per_tile * padded_columns(n);
 }
 
-// The rows' panel, h12 and h21 of its rotations, bytes for exchanges, and the rotations factor after factor.
+// The rows' panel, h12 and h21 of the panel's rotations for a group of rows and of the block's for all rows, and bytes
+// for exchanges.
 constexpr std::size_t tile_scratch_size(std::size_t count)
 {
-    return rows_per_tile * panel_stride * (5 * count + 1);
+    constexpr std::size_t of_a_factor =
+        (rows_per_tile + 2 * rows_in_flight) * panel_stride + rows_per_tile * 2 * pivots_in_block;
+    return count * of_a_factor + rows_per_tile * pivots_in_block / sizeof(double);
 }
 
 // Rows of the caller's, and what is to be made of them. Columns of a row in the factor: 1 if there is an intercept,
@@ -130,15 +136,18 @@ struct RowTally {
     double *sums = nullptr; // n: values times masses; null with an intercept
 };
 
+// Where rows go that are read: consecutive rows of `padded` values, their weights to every weight_stride-th element.
+struct RowTarget {
+    double *values, *weights;
+    std::size_t padded, weight_stride;
+};
+
 struct RotationKernels {
-    // Reads rows from `next` on until `most` are used or `end` is reached, as consecutive rows of `padded` values;
-    // the weight of each goes to every weight_stride-th element. Moves `next` behind what was read.
+    // Reads rows from `next` on until `most` are used or `end` is reached. Moves `next` behind what was read.
     std::size_t (*read_f)(const RowSource<float> &rows, std::int64_t &next, std::int64_t end,
-                          std::size_t most, std::size_t padded, double *values, double *weights,
-                          std::size_t weight_stride, RowTally &tally);
+                          std::size_t most, const RowTarget &to, RowTally &tally);
     std::size_t (*read_d)(const RowSource<double> &rows, std::int64_t &next, std::int64_t end,
-                          std::size_t most, std::size_t padded, double *values, double *weights,
-                          std::size_t weight_stride, RowTally &tally);
+                          std::size_t most, const RowTarget &to, RowTally &tally);
     // Fold the first n_rows rows of the tile, a multiple of rows_in_flight, into four factors, or one; the rows are 0
     // before column first_column.
     void (*fold_four)(const FactorSet &factors, const Tile &tile, std::size_t n_rows,
