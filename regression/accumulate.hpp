@@ -61,7 +61,7 @@ inline FactorSet make_factors(std::size_t n, std::size_t count, Workspace &works
 inline Tile make_tile(std::size_t n, std::size_t count, Workspace &workspace)
 {
     const std::size_t values = tile_values_size(n, count), weights = count * rows_per_tile;
-    const std::size_t size = values + weights + tile_scratch_size(count);
+    const std::size_t size = values + weights + tile_scratch_size(n, count);
     auto *memory = workspace.array_or_null<double>(size);
     if (memory != nullptr) std::fill_n(memory, size, 0.0);
     return {memory, memory + values, memory + values + weights};

@@ -427,8 +427,8 @@ template <class T>
 inline void fold(const FactorSet &f, const Tile &tile, std::size_t n_rows, std::size_t first_column)
 {
     constexpr std::size_t factors = factors_in<T>;
-    double *h = tile.scratch + (rows_per_tile + 2 * rows_in_flight) * panel_stride * factors;
-    auto *exchanges = reinterpret_cast<unsigned char *>(h + rows_per_tile * h_stride * factors);
+    double *exchanges_at = tile.scratch + tile_panel_size(factors), *h = exchanges_at + tile_exchanges_size;
+    auto *exchanges = reinterpret_cast<unsigned char *>(exchanges_at);
     const std::size_t all_columns = whole_vectors(f.n);
     for (std::size_t first = first_column / f.panel * f.panel; first < f.n; first += pivots_in_block) {
         unsigned exchanged[rows_per_tile / rows_in_flight] = {};

@@ -105,13 +105,19 @@ constexpr std::size_t tile_values_size(std::size_t n, std::size_t count)
     return count * rows_per_tile * padded_columns(n);
 }
 
-// The rows' panel, h12 and h21 of the panel's rotations for a group of rows and of the block's for all rows, and bytes
-// for exchanges.
-constexpr std::size_t tile_scratch_size(std::size_t count)
+// The rows' panel, h12 and h21 of the panel's rotations for a group of rows, bytes for exchanges with the block's pivots,
+// and, where columns lie behind a panel, h12 and h21 of the block's rotations.
+constexpr std::size_t tile_panel_size(std::size_t count)
 {
-    constexpr std::size_t of_a_factor =
-        (rows_per_tile + 2 * rows_in_flight) * panel_stride + rows_per_tile * 2 * pivots_in_block;
-    return count * of_a_factor + rows_per_tile * pivots_in_block / sizeof(double);
+    return count * (rows_per_tile + 2 * rows_in_flight) * panel_stride;
+}
+
+constexpr std::size_t tile_exchanges_size = rows_per_tile * pivots_in_block / sizeof(double);
+
+constexpr std::size_t tile_scratch_size(std::size_t n, std::size_t count)
+{
+    const std::size_t of_block = n > panel_of(n, count) ? count * rows_per_tile * 2 * pivots_in_block : 0;
+    return tile_panel_size(count) + tile_exchanges_size + of_block;
 }
 
 // Rows of the caller's, and what is to be made of them. Columns of a row in the factor: 1 if there is an intercept,
