@@ -70,7 +70,8 @@ public:
         means_ = workspace.array_or_null<double>(2 * p);
         candidates_.rows = workspace.array_or_null<double>(candidates_.rows_size());
         candidates_.by_variable = workspace.array_or_null<double>(p * candidates_.padded_clusters);
-        thread_size_ = candidates_.padded_variables + candidates_.padded_clusters + whole_vectors(t);
+        thread_size_ =
+            whole_line_pairs(candidates_.padded_variables + candidates_.padded_clusters + whole_vectors(t));
         thread_memory_ = workspace.array_or_null<double>(n_threads * thread_size_);
         if (squares_ == nullptr || piece_sums_ == nullptr || left_ == nullptr || means_ == nullptr ||
             candidates_.rows == nullptr || candidates_.by_variable == nullptr || thread_memory_ == nullptr)

@@ -17,6 +17,14 @@ constexpr std::size_t whole_vectors(std::size_t n)
     return (n + lanes - 1) / lanes * lanes;
 }
 
+// Of memory that a thread writes to all the time: no other shall write to the same cache lines, nor to those that are
+// fetched with them.
+constexpr std::size_t whole_line_pairs(std::size_t n)
+{
+    constexpr std::size_t line_pair = 128 / sizeof(double);
+    return (n + line_pair - 1) / line_pair * line_pair;
+}
+
 // Centres in the two orders in which distances read them. Padding is 0.
 struct Centres {
     std::size_t n_clusters, n_variables, padded_clusters, padded_variables;

@@ -85,8 +85,8 @@ template <class Real> struct Partition {
         centres.rows = workspace.array_or_null<double>(centres.rows_size());
         centres.by_variable = workspace.array_or_null<double>(p * centres.padded_clusters);
         thread_sums = workspace.array_or_null<MemberSums>(n_threads);
-        thread_rows = workspace.array_or_null<double>(n_threads * centres.padded_variables);
-        thread_distances = workspace.array_or_null<double>(n_threads * centres.padded_clusters);
+        thread_rows = workspace.array_or_null<double>(n_threads * row_stride());
+        thread_distances = workspace.array_or_null<double>(n_threads * distances_stride());
         if (cluster == nullptr || squares == nullptr || centres.rows == nullptr ||
             centres.by_variable == nullptr || thread_sums == nullptr || thread_rows == nullptr ||
             thread_distances == nullptr || !sums.prepare(k, p, observations.complete, workspace))
@@ -97,7 +97,7 @@ template <class Real> struct Partition {
         second = cluster + n;
         std::fill_n(centres.rows, centres.rows_size(), 0.0);
         std::fill_n(centres.by_variable, p * centres.padded_clusters, 0.0);
-        std::fill_n(thread_rows, n_threads * centres.padded_variables, 0.0);
+        std::fill_n(thread_rows, n_threads * row_stride(), 0.0);
         return true;
     }
 
@@ -113,12 +113,12 @@ template <class Real> struct Partition {
 
     double *row_of_thread(int thread) const
     {
-        return thread_rows + static_cast<std::size_t>(thread) * centres.padded_variables;
+        return thread_rows + static_cast<std::size_t>(thread) * row_stride();
     }
 
     double *distances_of_thread(int thread) const
     {
-        return thread_distances + static_cast<std::size_t>(thread) * centres.padded_clusters;
+        return thread_distances + static_cast<std::size_t>(thread) * distances_stride();
     }
 
     // Assigns every observation to the closest centre, and notes the second closest. A tie is won by the smaller
@@ -228,6 +228,16 @@ template <class Real> struct Partition {
     }
 
 private:
+    std::size_t row_stride() const
+    {
+        return whole_line_pairs(centres.padded_variables);
+    }
+
+    std::size_t distances_stride() const
+    {
+        return whole_line_pairs(centres.padded_clusters);
+    }
+
     void set_closest(const double *distances, int i) const
     {
         const auto at = [&](std::size_t c) {
