@@ -18,12 +18,13 @@ int usable_threads();
 // Threads for work on `values` numbers that can be cut into `pieces`.
 int thread_count(std::int64_t pieces, std::int64_t values);
 
-// Waits for other threads to bring a value about: briefly at full speed, then asleep. The runtime's own barriers spin
-// for milliseconds, which on a busy machine is time that the awaited thread does not get; and who yields there comes
-// back as late. Whoever changes the value must notify.
+// Waits for other threads to bring a value about: at full speed for some tenths of a millisecond, which is a few times
+// what it takes to wake a processor of a virtual machine, then asleep. The runtime's own barriers spin for many
+// milliseconds, which on a busy machine is time that the awaited thread does not get; and who yields there comes back
+// as late. Whoever changes the value must notify.
 template <class T, class Condition> void wait_until(const std::atomic<T> &value, const Condition &is_reached)
 {
-    constexpr int most_spins = 1000;
+    constexpr int most_spins = 8000;
     for (int spins = 0; spins < most_spins; ++spins) {
         if (is_reached(value.load(std::memory_order_acquire))) return;
         __builtin_ia32_pause();

@@ -46,6 +46,14 @@ struct Centres {
         rows[cluster * padded_variables + variable] = value;
         by_variable[variable * padded_clusters + cluster] = value;
     }
+
+    // After its row has been written to.
+    void set_by_variable(std::size_t cluster) const
+    {
+        const double *from = row(cluster);
+        double *to = by_variable + cluster;
+        for (std::size_t j = 0; j < n_variables; ++j) to[j * padded_clusters] = from[j];
+    }
 };
 
 struct Pair {
@@ -92,6 +100,9 @@ struct DistanceKernels {
     // rows, both count, and the first matters where the second holds; otherwise the first.
     ScanCounts (*scan)(const SlackTable &slacks, bool is_optimal, int first, const int *rows, int n,
                        const ScanMargins &margins, const ScanLists &to);
+    // Of n rows those whose slack, now that it has been brought up to date, is not greater than the margin. Returns how
+    // many are left of the list, in which four more are stored at a time.
+    int (*keep_near)(const SlackTable &slacks, bool is_optimal, int *rows, int n, double margin);
     SlackKernels<float> slacks_f;
     SlackKernels<double> slacks_d;
 };

@@ -28,8 +28,9 @@ public:
         sums_ = workspace.array_or_null<double>(centres.n_clusters + 1);
         now_ = workspace.array_or_null<double>(centres.n_clusters + 1);
         base_ = workspace.array_or_null<double>(centres.n_clusters + 1);
+        marked_ = workspace.array_or_null<double>(centres.n_clusters + 1);
         return anchors_ != nullptr && reaches_ != nullptr && sums_ != nullptr && now_ != nullptr &&
-               base_ != nullptr;
+               base_ != nullptr && marked_ != nullptr;
     }
 
     void start()
@@ -54,6 +55,20 @@ public:
     double since_start() const
     {
         return std::sqrt(farthest_) * (1 + rounding());
+    }
+
+    // From here on the growth is counted, too.
+    void mark()
+    {
+        std::copy_n(now_, centres_->n_clusters + 1, marked_);
+        growth_ = 0;
+    }
+
+    // The most by which the drift of a centre has grown since the mark, within a span; with the rounding of drifts that
+    // are subtracted.
+    double since_mark() const
+    {
+        return growth_ + 4 * epsilon<double> * now_[centres_->n_clusters];
     }
 
     // A centre has moved to this square of a distance from its anchor.
@@ -121,6 +136,7 @@ private:
         const double reach = std::sqrt(square);
         now_[bound] = (sums_[bound] + reach) * (1 + rounding());
         base_[bound] = sums_[bound] - reach;
+        growth_ = std::max(growth_, now_[bound] - marked_[bound]);
     }
 
     void forget()
@@ -130,6 +146,7 @@ private:
         std::fill_n(sums_, n_bounds, 0.0);
         std::fill_n(now_, n_bounds, 0.0);
         std::fill_n(base_, n_bounds, 0.0);
+        std::fill_n(marked_, n_bounds, 0.0);
         farthest_ = 0;
     }
 
@@ -144,6 +161,7 @@ private:
     double *reaches_ = nullptr, farthest_ = 0;
     // Of each centre and, last, of whichever moves farthest: from anchor to anchor, and with the reach.
     double *sums_ = nullptr, *now_ = nullptr, *base_ = nullptr;
+    double *marked_ = nullptr, growth_ = 0; // drifts at the mark
 };
 
 } // namespace tavik::multivariate

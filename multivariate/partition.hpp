@@ -3,6 +3,8 @@
 
 #include "observations.hpp"
 
+#include <cstring>
+
 namespace tavik::multivariate {
 
 struct Cluster {
@@ -200,25 +202,11 @@ template <class Real> struct Partition {
                                       : sums.clusters[c].mass;
     }
 
-    // Moves an observation, whose values are in `row`, from one cluster to another.
+    // Moves an observation, whose padded values are in `row`, from one cluster to another.
     void move(int i, std::size_t from, std::size_t to, const double *row, double mass) const
     {
-        const std::size_t p = centres.n_variables;
-        for (std::size_t j = 0; j < p; ++j) {
-            if (sums.masses != nullptr && std::isnan(row[j])) continue;
-            const double x = row[j], mass_from = mass_of_variable(from, j), mass_to = mass_of_variable(to, j),
-                         mean_from = centres.row(from)[j], mean_to = centres.row(to)[j];
-            const bool used_up = mass_from <= mass || sums.clusters[from].count < 2;
-            centres.set(from, j,
-                        used_up ? not_a_number<double>
-                                : (mean_from * mass_from - x * mass) / (mass_from - mass));
-            // Nobody there has the variable. No distance leads here, but rounding of masses might.
-            const bool first = sums.masses != nullptr && std::isnan(mean_to);
-            centres.set(to, j, first ? x : (x * mass + mean_to * mass_to) / (mass_to + mass));
-            if (sums.masses == nullptr) continue;
-            sums.masses[from * p + j] = used_up ? 0 : mass_from - mass;
-            sums.masses[to * p + j] = first ? mass : mass_to + mass;
-        }
+        if (sums.masses == nullptr) move_means(from, to, row, mass);
+        else move_means_of_present(from, to, row, mass);
         sums.clusters[from].mass -= mass;
         --sums.clusters[from].count;
         sums.clusters[to].mass += mass;
@@ -236,6 +224,54 @@ private:
     std::size_t distances_stride() const
     {
         return whole_line_pairs(centres.padded_clusters);
+    }
+
+    bool is_used_up(std::size_t from, std::size_t variable, double mass) const
+    {
+        return mass_of_variable(from, variable) <= mass || sums.clusters[from].count < 2;
+    }
+
+    // All variables have the masses of the clusters. Divisions cost most: two at once. Padding stays 0.
+    void move_means(std::size_t from, std::size_t to, const double *row, double mass) const
+    {
+        using Two = double __attribute__((vector_size(2 * sizeof(double))));
+        const bool used_up = is_used_up(from, 0, mass);
+        const double mass_from = sums.clusters[from].mass, mass_to = sums.clusters[to].mass;
+        double *mean_from = centres.row(from), *mean_to = centres.row(to);
+        for (std::size_t j = 0; j < centres.n_variables; j += 2) {
+            Two x, left, joined;
+            std::memcpy(&x, row + j, sizeof x);
+            std::memcpy(&left, mean_from + j, sizeof left);
+            std::memcpy(&joined, mean_to + j, sizeof joined);
+            left = (left * mass_from - x * mass) / (mass_from - mass);
+            joined = (x * mass + joined * mass_to) / (mass_to + mass);
+            std::memcpy(mean_from + j, &left, sizeof left);
+            std::memcpy(mean_to + j, &joined, sizeof joined);
+        }
+        // Without a mass that is left, this has made NaN of padding, too.
+        if (used_up) std::fill_n(mean_from, centres.padded_variables, 0.0);
+        if (used_up) std::fill_n(mean_from, centres.n_variables, not_a_number<double>);
+        centres.set_by_variable(from);
+        centres.set_by_variable(to);
+    }
+
+    void move_means_of_present(std::size_t from, std::size_t to, const double *row, double mass) const
+    {
+        const std::size_t p = centres.n_variables;
+        for (std::size_t j = 0; j < p; ++j) {
+            if (std::isnan(row[j])) continue;
+            const double x = row[j], mass_from = mass_of_variable(from, j), mass_to = mass_of_variable(to, j),
+                         mean_from = centres.row(from)[j], mean_to = centres.row(to)[j];
+            const bool used_up = is_used_up(from, j, mass);
+            centres.set(from, j,
+                        used_up ? not_a_number<double>
+                                : (mean_from * mass_from - x * mass) / (mass_from - mass));
+            // Nobody there has the variable. No distance leads here, but rounding of masses might.
+            const bool first = std::isnan(mean_to);
+            centres.set(to, j, first ? x : (x * mass + mean_to * mass_to) / (mass_to + mass));
+            sums.masses[from * p + j] = used_up ? 0 : mass_from - mass;
+            sums.masses[to * p + j] = first ? mass : mass_to + mass;
+        }
     }
 
     void set_closest(const double *distances, int i) const

@@ -70,19 +70,29 @@ inline Rows at(const int *values, Rows index)
     return Rows{values[index[0]], values[index[1]], values[index[2]], values[index[3]]};
 }
 
+// The slacks of four rows.
+inline V own_slacks(const SlackTable &slacks, Rows rows)
+{
+    return at(slacks.own_until, rows) -
+           (at(slacks.drift.now, at(slacks.cluster, rows)) + at(slacks.drift.now, at(slacks.second, rows)));
+}
+
+inline V others_slacks(const SlackTable &slacks, Rows rows)
+{
+    return at(slacks.others_until, rows) -
+           (at(slacks.drift_of_cycles.now, at(slacks.second, rows)) + *slacks.drift_of_cycles.now_any);
+}
+
 // Tables go by value where something is stored for each row, lest they be read anew.
 template <bool is_optimal>
 inline void scan_four(const SlackTable slacks, Rows rows, int set, const ScanMargins margins,
                       const ScanLists to, ScanCounts &counts)
 {
     const V zero{}, near = zero + margins.near, kept = zero + margins.kept;
-    const Rows second = at(slacks.second, rows);
-    const V own = at(slacks.own_until, rows) -
-                  (at(slacks.drift.now, at(slacks.cluster, rows)) + at(slacks.drift.now, second));
+    const V own = own_slacks(slacks, rows);
     const int own_open = set & ~lanes_in(own > zero);
     if constexpr (is_optimal) {
-        const V others = at(slacks.others_until, rows) -
-                         (at(slacks.drift_of_cycles.now, second) + *slacks.drift_of_cycles.now_any);
+        const V others = others_slacks(slacks, rows);
         const V left = others < own ? others : own;
         const int others_open = set & ~lanes_in(others > zero);
         append(rows, set & ~lanes_in(left > near), to.near, counts.near);
@@ -113,6 +123,32 @@ inline ScanCounts scan_rows(const SlackTable slacks, int first, const int *rows,
         slacks, Rows{row(k), row(k + 1 < n ? k + 1 : last), row(k + 2 < n ? k + 2 : last), row(last)},
         (1 << (n - k)) - 1, margins, to, counts);
     return counts;
+}
+
+// The list is shortened in its place: what is stored ends where has been read already.
+template <bool is_optimal> inline int keep_near_rows(const SlackTable slacks, int *rows, int n, double margin)
+{
+    constexpr int at_once = static_cast<int>(lanes);
+    const V near = V{} + margin;
+    int count = 0;
+    for (int k = 0; k < n; k += at_once) {
+        const int left = n - k, set = left < at_once ? (1 << left) - 1 : (1 << at_once) - 1;
+        const auto row = [&](int lane) { return rows[lane < left ? k + lane : k]; };
+        const Rows four{row(0), row(1), row(2), row(3)};
+        V slack = own_slacks(slacks, four);
+        if constexpr (is_optimal) {
+            const V others = others_slacks(slacks, four);
+            slack = others < slack ? others : slack;
+        }
+        append(four, set & ~lanes_in(slack > near), rows, count);
+    }
+    return count;
+}
+
+int keep_near(const SlackTable &slacks, bool is_optimal, int *rows, int n, double margin)
+{
+    return is_optimal ? keep_near_rows<true>(slacks, rows, n, margin)
+                      : keep_near_rows<false>(slacks, rows, n, margin);
 }
 
 constexpr int rows_ahead = 8; // whose values are fetched
@@ -238,6 +274,7 @@ constexpr DistanceKernels kernels_of_this_level = {to_two<float>,
                                                    between,
                                                    find_below,
                                                    scan,
+                                                   keep_near,
                                                    {renew_own<float>, renew_all<float>},
                                                    {renew_own<double>, renew_all<double>}};
 

@@ -77,6 +77,18 @@ public:
         return 2 * drift_.since_start();
     }
 
+    // Rows are about to be scanned: from here on the growth of drifts is counted for them.
+    void start_scan()
+    {
+        drift_.mark();
+    }
+
+    // The most by which a slack has shrunk since the scan, within a span.
+    double growth_since_scan() const
+    {
+        return 2 * drift_.since_mark();
+    }
+
     // An observation has moved, and with it two centres. Outside optimal stages, what centres do between their
     // beginnings does not matter to drifts from one to the next.
     void move(int i, std::size_t from, std::size_t to, bool is_optimal)
