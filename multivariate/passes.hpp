@@ -211,7 +211,11 @@ private:
         const Observations<Real> &observations = partition_->observations;
         const Real *row = observations.row(i);
         for (std::size_t j = 0; j < observations.n_variables; j += line) __builtin_prefetch(row + j);
-        __builtin_prefetch(slacks.table().own_until + i);
+        const SlackTable &table = slacks.table();
+        __builtin_prefetch(table.own_until + i);
+        __builtin_prefetch(table.others_until + i);
+        __builtin_prefetch(table.cluster + i);
+        __builtin_prefetch(table.second + i);
     }
 
     // Looks at the near rows whose slack is used up, until drifts have grown by more than the margin. Returns the row
