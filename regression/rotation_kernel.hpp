@@ -106,7 +106,7 @@ __attribute__((noinline)) void exchange_rows(const Panel<T> &panel, std::size_t 
 // rounding, and must end before its reciprocal overflows.
 constexpr double least_square = 1e-280;
 
-// A pivot of the panel and its row up to the end of a block of `count` columns, while rows of a group meet it one
+// A pivot of the panel and its row up to the end of a triangle of `count` columns, while rows of a group meet it one
 // after the other.
 template <class T, std::size_t count> struct Pivot {
     T p, x, reciprocal_p, reciprocal_x, r[count];
@@ -167,7 +167,7 @@ inline void rotate(const Group<T> &group, std::size_t r, Pivot<T, count> &pivot,
            *h = group.h + 2 * r * panel_stride * factors;
     T w = load_as<T>(weight), y = load_as<T>(row), p2 = w * y;
     const T least = T{} + least_square, square = p2 * y, own_square = pivot.p * pivot.x;
-    const auto outweighs = square >= (own_square > least ? own_square : least);
+    const auto outweighs = square >= (own_square < least ? least : own_square); // never beside NaN
     if (__builtin_expect(any(outweighs), 0)) {
         pivot.store_all();
         exchange(r, outweighs);
@@ -194,11 +194,11 @@ inline void rotate(const Group<T> &group, std::size_t r, Pivot<T, count> &pivot,
     }
 }
 
-// Rotations of a group of rows from row k on with pivot i and, after it, with those behind it up to the end of a
-// block of `count` columns. All rows meet a pivot before the first meets the next: only the pivot's own sum passes
+// Rotations of a group of rows from row k on with pivot i and, after it, with those behind it: a triangle of `count`
+// columns. All rows meet a pivot before the first meets the next: only the pivot's own sum passes
 // from row to row, so their divisions overlap.
 template <class T, std::size_t count>
-inline void rotate_block(const Panel<T> &panel, std::size_t k, std::size_t i)
+inline void rotate_triangle(const Panel<T> &panel, std::size_t k, std::size_t i)
 {
     const Group<T> group(panel, k, i);
     Pivot<T, count> pivot(panel, i);
@@ -208,7 +208,7 @@ inline void rotate_block(const Panel<T> &panel, std::size_t k, std::size_t i)
 #pragma GCC unroll 8
     for (std::size_t r = 0; r < rows_in_flight; ++r) rotate(group, r, pivot, exchange);
     pivot.store_all();
-    if constexpr (count > 1) rotate_block<T, count - 1>(panel, k, i + 1);
+    if constexpr (count > 1) rotate_triangle<T, count - 1>(panel, k, i + 1);
 }
 
 inline VMask lanes_of(unsigned bits, VMask)
@@ -272,10 +272,10 @@ template <class T> inline void rotate_group(const Panel<T> &panel, std::size_t k
     static_assert(narrow_panel_width == 4);
     for (std::size_t first = 0; first < panel.pivots; first += narrow_panel_width) {
         switch (panel.pivots - first) {
-        case 1: rotate_block<T, 1>(panel, k, first); break;
-        case 2: rotate_block<T, 2>(panel, k, first); break;
-        case 3: rotate_block<T, 3>(panel, k, first); break;
-        default: rotate_block<T, 4>(panel, k, first);
+        case 1: rotate_triangle<T, 1>(panel, k, first); break;
+        case 2: rotate_triangle<T, 2>(panel, k, first); break;
+        case 3: rotate_triangle<T, 3>(panel, k, first); break;
+        default: rotate_triangle<T, 4>(panel, k, first);
         }
         if (panel.exchanged[k / rows_in_flight] != 0) rotate_rest_of_panel<T, true>(panel, k, first);
         else rotate_rest_of_panel<T, false>(panel, k, first);
