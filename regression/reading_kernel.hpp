@@ -1,5 +1,5 @@
-// Kernels that read the caller's rows: consecutive rows of finite values in one go, and where that fails the same rows
-// one by one, leaving out what is missing or has no mass.
+// Kernels that read the caller's rows: a few rows of finite values in one go, and where that fails the same rows one by
+// one, leaving out what is missing or has no mass.
 
 #include "kernel_vectors.hpp"
 
@@ -14,7 +14,7 @@ inline double shifted(double value, double shift)
 }
 
 // The same for values that are read again unless all are finite: `not_finite` is 0 as long as they are.
-inline V shifted(V values, V shift, V &not_finite)
+inline V shifted_if_finite(V values, V shift, V &not_finite)
 {
     not_finite = not_finite + (values - values);
     return values - shift;
@@ -25,30 +25,34 @@ inline void take_finite_values(const Real *from, std::size_t n, const double *sh
                                V &not_finite)
 {
     const auto take = [&](std::size_t j) {
-        store(to + j, shifted(load(from + j), load(shift + j), not_finite));
+        store(to + j, shifted_if_finite(load(from + j), load(shift + j), not_finite));
     };
     std::size_t j = 0;
     for (; j + side_by_side <= n; j += side_by_side) take(j);
-    if (j == n) return;
-    if (n > side_by_side) return take(n - side_by_side); // again in part
-    for (; j < n; ++j) to[j] = shifted(V{static_cast<double>(from[j])}, V{shift[j]}, not_finite)[0];
+    if (j < n && n > side_by_side) {
+        take(n - side_by_side); // again in part
+        return;
+    }
+    for (; j < n; ++j) to[j] = shifted_if_finite(V{static_cast<double>(from[j])}, V{shift[j]}, not_finite)[0];
 }
 
-// Reads n consecutive rows. False when some value is not finite. The source is copied so that the compiler sees it
-// unchanged by what is written.
+// Reads n consecutive rows whose values are not chosen by columns. False when some value is not finite. The source is
+// copied so that the compiler sees it unchanged by what is written.
 template <class Real>
-inline bool take_finite_rows(const RowSource<Real> rows, std::int64_t first, std::size_t n,
-                             std::size_t padded, double *values)
+inline bool take_finite_rows(const RowSource<Real> rows, std::size_t first, std::size_t n, std::size_t padded,
+                             double *values)
 {
-    const auto row = static_cast<std::size_t>(first), one = static_cast<std::size_t>(rows.intercept);
+    const auto one = static_cast<std::size_t>(rows.intercept);
     const std::size_t n_independent = rows.n_independent, n_dependent = rows.n_dependent;
-    const Real *x = rows.x + row * rows.x_stride, *y = rows.y + row * n_dependent;
     const double *shift = rows.shift + one;
     V not_finite = {};
-    for (std::size_t k = 0; k < n; ++k, x += rows.x_stride, y += n_dependent, values += padded) {
-        values[0] = 1; // or, without an intercept, what follows
-        take_finite_values(x, n_independent, shift, values + one, not_finite);
-        take_finite_values(y, n_dependent, shift + n_independent, values + one + n_independent, not_finite);
+    for (std::size_t k = 0; k < n; ++k, values += padded) {
+        values[0] = 1; // what follows goes there without an intercept
+        take_finite_values(rows.x + (first + k) * rows.x_stride, n_independent, shift, values + one,
+                           not_finite);
+        if (n_dependent > 0)
+            take_finite_values(rows.y + (first + k) * n_dependent, n_dependent, shift + n_independent,
+                               values + one + n_independent, not_finite);
     }
     return !any(not_finite != V{});
 }
@@ -56,21 +60,20 @@ inline bool take_finite_rows(const RowSource<Real> rows, std::int64_t first, std
 // Returns false when a value is NaN.
 template <class Real> inline bool take_row(const RowSource<Real> &rows, std::size_t i, double *to)
 {
-    const Real *x = rows.x + i * rows.x_stride, *y = rows.y + i * rows.n_dependent;
+    const bool chosen = rows.columns != nullptr;
+    if (!chosen && take_finite_rows(rows, i, 1, 0, to)) return true;
+    const Real *x = rows.x + i * rows.x_stride;
     const double *shift = rows.shift;
-    const std::size_t n = rows.n_independent + rows.n_dependent;
-    if (rows.intercept) {
-        *to++ = 1;
-        ++shift;
-    }
     bool complete = true;
-    for (std::size_t j = 0; j < n; ++j) {
-        const double v = rows.columns != nullptr  ? x[rows.columns[j]]
-                         : j < rows.n_independent ? x[j]
-                                                  : y[j - rows.n_independent];
-        complete &= v == v;
-        to[j] = shifted(v, shift[j]);
-    }
+    const auto take = [&](double value) {
+        complete &= value == value;
+        *to++ = shifted(value, *shift++);
+    };
+    if (rows.intercept) take(1);
+    const std::size_t n_of_x = rows.n_independent + (chosen ? rows.n_dependent : 0);
+    for (std::size_t j = 0; j < n_of_x; ++j) take(x[chosen ? rows.columns[j] : j]);
+    for (std::size_t j = n_of_x; j < rows.n_independent + rows.n_dependent; ++j)
+        take(rows.y[i * rows.n_dependent + (j - n_of_x)]);
     return complete;
 }
 
@@ -120,44 +123,60 @@ inline void count_row(const RowSource<Real> &rows, std::size_t i, const double *
 
 // Reads n consecutive rows. False when some row is to be left out, or looked at more closely.
 template <class Real>
-inline bool read_together(const RowSource<Real> &rows, std::int64_t first, std::size_t n, const RowTarget &to,
+inline bool read_together(const RowSource<Real> &rows, std::size_t first, std::size_t n, const RowTarget &to,
                           RowTally &tally)
 {
-    const auto row = static_cast<std::size_t>(first);
-    if (rows.columns != nullptr || !take_masses(rows, row, n, to) ||
+    if (rows.columns != nullptr || !take_masses(rows, first, n, to) ||
         !take_finite_rows(rows, first, n, to.padded, to.values))
         return false;
     for (std::size_t k = 0; k < n; ++k)
-        count_row(rows, row + k, to.values + k * to.padded, to.weights[k * to.weight_stride], tally);
+        count_row(rows, first + k, to.values + k * to.padded, to.weights[k * to.weight_stride], tally);
     return true;
+}
+
+// Reads row i unless it is to be left out. Returns how many rows that makes.
+template <class Real>
+inline std::size_t read_row(const RowSource<Real> &rows, std::size_t i, const RowTarget &to, RowTally &tally)
+{
+    const double f = frequency(rows, i), w = weight(rows, i);
+    const MassKind kind = kind_of_mass(f, w);
+    const auto row = static_cast<std::int64_t>(i);
+    if (kind == MassKind::bad && (tally.first_bad < 0 || row < tally.first_bad)) tally.first_bad = row;
+    if (kind == MassKind::bad || kind == MassKind::none) return 0;
+    const bool missing = !take_row(rows, i, to.values) || kind == MassKind::missing;
+    if (missing && rows.exclude_missing) {
+        ++tally.missing;
+        return 0;
+    }
+    *to.weights = f * w;
+    count_row(rows, i, to.values, f * w, tally);
+    return 1;
 }
 
 template <class Real>
 std::size_t read_rows(const RowSource<Real> &rows, std::int64_t &next, std::int64_t end, std::size_t most,
                       const RowTarget &to, RowTally &tally)
 {
-    const auto left = static_cast<std::size_t>(end - next), together = most < left ? most : left;
-    if (read_together(rows, next, together, to, tally)) {
-        next += static_cast<std::int64_t>(together);
-        return together;
-    }
+    constexpr std::size_t most_together = 8; // of which, with gaps in the data, not many are complete
     std::size_t used = 0;
-    for (; used < most && next < end; ++next) {
-        const auto i = static_cast<std::size_t>(next);
-        const double f = frequency(rows, i), w = weight(rows, i);
-        const MassKind kind = kind_of_mass(f, w);
-        if (kind == MassKind::bad && (tally.first_bad < 0 || next < tally.first_bad)) tally.first_bad = next;
-        if (kind == MassKind::bad || kind == MassKind::none) continue;
-        double *values = to.values + used * to.padded;
-        const bool missing = !take_row(rows, i, values) || kind == MassKind::missing;
-        if (missing && rows.exclude_missing) {
-            ++tally.missing;
+    auto row = static_cast<std::size_t>(next);
+    const auto rows_end = static_cast<std::size_t>(end);
+    const auto target = [&] {
+        return RowTarget{to.values + used * to.padded, to.weights + used * to.weight_stride, to.padded,
+                         to.weight_stride};
+    };
+    while (used < most && row < rows_end) {
+        std::size_t n = most - used < rows_end - row ? most - used : rows_end - row;
+        if (n > most_together) n = most_together;
+        if (read_together(rows, row, n, target(), tally)) {
+            used += n;
+            row += n;
             continue;
         }
-        to.weights[used * to.weight_stride] = f * w;
-        count_row(rows, i, values, f * w, tally);
-        ++used;
+        for (const std::size_t some_end = row + n; row < some_end; ++row)
+            used += read_row(rows, row, target(), tally);
     }
+    next = static_cast<std::int64_t>(row);
     return used;
 }
 

@@ -13,9 +13,6 @@ template <class Mask, class T> inline void exchange_where(Mask mask, T &a, T &b)
     b = mask ? old : b;
 }
 
-// From row to row of one factor's rotations: h12 and h21 of every pivot of a block.
-constexpr std::size_t h_stride = 2 * pivots_in_block;
-
 // The rotations of a tile's rows with the pivots of a block.
 struct Block {
     std::size_t first;        // pivot
@@ -130,6 +127,7 @@ template <class T, std::size_t count> struct Pivot {
         for (std::size_t j = 1; j < count; ++j) r[j] = load_as<T>(r_at + j * Panel<T>::factors);
     }
 
+    // But for p, which rotations do not change.
     void store_all() const
     {
         store(x_at, x);
@@ -158,7 +156,7 @@ template <class T> struct Group {
 
 // Sets up the rotation of row r of the group with the pivot and applies it to the `count` columns from the pivot's on.
 // There is one division, and the multipliers do not wait for it. `exchange` makes the row and the pivot's change places
-// in memory.
+// in memory, since that happens too seldom for the pivot to leave its registers otherwise.
 template <class T, std::size_t count, class Exchange>
 inline void rotate(const Group<T> &group, std::size_t r, Pivot<T, count> &pivot, const Exchange &exchange)
 {
@@ -223,15 +221,15 @@ inline SMask lanes_of(unsigned bits, SMask)
     return SMask{bits != 0 ? -1 : 0, 0};
 }
 
-// Applies the rotations of a group of rows with narrow_panel_width pivots from `first` on to `columns` columns of the
+// Applies the rotations of a group of rows with pivots_at_once pivots from `first` on to `columns` columns of the
 // panel from j on. The pivots' rows stay in registers while all rows pass.
 template <class T, std::size_t columns, bool with_exchanges>
 inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t first, std::size_t j)
 {
     constexpr std::size_t factors = factors_in<T>, row_stride = panel_stride * factors;
     double *pivot_rows = panel.within + (first * panel_stride + j) * factors;
-    T pivot[narrow_panel_width][columns];
-    for (std::size_t i = 0; i < narrow_panel_width; ++i) {
+    T pivot[pivots_at_once][columns];
+    for (std::size_t i = 0; i < pivots_at_once; ++i) {
         for (std::size_t c = 0; c < columns; ++c)
             pivot[i][c] = load_as<T>(pivot_rows + i * row_stride + c * factors);
     }
@@ -240,7 +238,7 @@ inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t fir
     for (std::size_t r = 0; r < rows_in_flight; ++r, row += row_stride, h += 2 * row_stride) {
         T y[columns];
         for (std::size_t c = 0; c < columns; ++c) y[c] = load_as<T>(row + c * factors);
-        for (std::size_t i = 0; i < narrow_panel_width; ++i) {
+        for (std::size_t i = 0; i < pivots_at_once; ++i) {
             const T h12 = load_as<T>(h + 2 * i * factors), h21 = load_as<T>(h + (2 * i + 1) * factors);
             for (std::size_t c = 0; c < columns; ++c) {
                 if constexpr (with_exchanges)
@@ -252,7 +250,7 @@ inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t fir
         }
         for (std::size_t c = 0; c < columns; ++c) store(row + c * factors, y[c]);
     }
-    for (std::size_t i = 0; i < narrow_panel_width; ++i) {
+    for (std::size_t i = 0; i < pivots_at_once; ++i) {
         for (std::size_t c = 0; c < columns; ++c)
             store(pivot_rows + i * row_stride + c * factors, pivot[i][c]);
     }
@@ -261,7 +259,7 @@ inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t fir
 template <class T, bool with_exchanges>
 inline void rotate_rest_of_panel(const Panel<T> &panel, std::size_t k, std::size_t first)
 {
-    std::size_t j = first + narrow_panel_width;
+    std::size_t j = first + pivots_at_once;
     for (; j + 2 <= panel.pivots; j += 2) rotate_columns<T, 2, with_exchanges>(panel, k, first, j);
     if (j < panel.pivots) rotate_columns<T, 1, with_exchanges>(panel, k, first, j);
 }
@@ -269,8 +267,8 @@ inline void rotate_rest_of_panel(const Panel<T> &panel, std::size_t k, std::size
 // All rotations of a group of rows with the panel, a few pivots after the other.
 template <class T> inline void rotate_group(const Panel<T> &panel, std::size_t k)
 {
-    static_assert(narrow_panel_width == 4);
-    for (std::size_t first = 0; first < panel.pivots; first += narrow_panel_width) {
+    static_assert(pivots_at_once == 4);
+    for (std::size_t first = 0; first < panel.pivots; first += pivots_at_once) {
         switch (panel.pivots - first) {
         case 1: rotate_triangle<T, 1>(panel, k, first); break;
         case 2: rotate_triangle<T, 2>(panel, k, first); break;
@@ -370,9 +368,9 @@ inline void set_apart(const Panel<S> &panel, const Block &block, std::size_t k)
                          2 * panel.pivots * sizeof(double));
 }
 
-// Applies the rotations with the first `pivots` pivots of a block to the columns from `column` to `end`, for one factor.
-// Strips are taken one after the other, so that a strip of the pivots' rows stays in the first-level cache while all
-// rows pass.
+// Applies the rotations with the first `pivots` pivots of a block to the columns from `column` to `end`, for one
+// factor. Strips are taken one after the other, so that a strip of the pivots' rows stays in the first-level cache
+// while all rows pass.
 inline void rotate_strips(const FactorSet &f, const Tile &tile, const Block &block, std::size_t pivots,
                           std::size_t n_rows, std::size_t factor, std::size_t column, std::size_t end)
 {

@@ -19,11 +19,19 @@ constexpr std::size_t rows_at_once = 4;   // rows to which they are applied toge
 // Up to this many columns four factors are one panel, and all columns are rotated where rotations are set up. Wider
 // ones have panels of that width; columns behind a panel are rotated afterwards, many at once. A factor alone has no
 // lanes to fill where rotations are set up, so its panels are narrower.
-constexpr std::size_t panel_width = 16, narrow_panel_width = 4;
+constexpr std::size_t pivots_at_once = 4; // whose rotations are set up together
+constexpr std::size_t panel_width = 16, narrow_panel_width = pivots_at_once;
 constexpr std::size_t panel_stride = panel_width; // in memory, whatever the width: kernels need a constant
 
 // Panels of so many pivots in all make a block, whose rotations are applied together to the columns behind it.
 constexpr std::size_t pivots_in_block = 2 * panel_width;
+
+// From row to row of one factor's rotations: h12 and h21 of every pivot of a block.
+constexpr std::size_t h_stride = 2 * pivots_in_block;
+
+static_assert(rows_per_tile % rows_in_flight == 0 && rows_in_flight % rows_at_once == 0);
+static_assert(pivots_in_block % panel_width == 0 && panel_width % pivots_at_once == 0);
+static_assert(rows_per_tile * pivots_in_block % sizeof(double) == 0);
 
 constexpr std::size_t whole_vectors(std::size_t n)
 {
@@ -105,8 +113,8 @@ constexpr std::size_t tile_values_size(std::size_t n, std::size_t count)
     return count * rows_per_tile * padded_columns(n);
 }
 
-// The rows' panel, h12 and h21 of the panel's rotations for a group of rows, bytes for exchanges with the block's pivots,
-// and, where columns lie behind a panel, h12 and h21 of the block's rotations.
+// The scratch begins with the rows' panel, and h12 and h21 of the panel's rotations for a group of rows. Bytes for
+// exchanges with a block's pivots follow, and, where columns lie behind a panel, h12 and h21 of the block's rotations.
 constexpr std::size_t tile_panel_size(std::size_t count)
 {
     return count * (rows_per_tile + 2 * rows_in_flight) * panel_stride;
@@ -116,7 +124,7 @@ constexpr std::size_t tile_exchanges_size = rows_per_tile * pivots_in_block / si
 
 constexpr std::size_t tile_scratch_size(std::size_t n, std::size_t count)
 {
-    const std::size_t of_block = n > panel_of(n, count) ? count * rows_per_tile * 2 * pivots_in_block : 0;
+    const std::size_t of_block = n > panel_of(n, count) ? count * rows_per_tile * h_stride : 0;
     return tile_panel_size(count) + tile_exchanges_size + of_block;
 }
 
@@ -155,7 +163,7 @@ struct RotationKernels {
     std::size_t (*read_d)(const RowSource<double> &rows, std::int64_t &next, std::int64_t end,
                           std::size_t most, const RowTarget &to, RowTally &tally);
     // Fold the first n_rows rows of the tile, a multiple of rows_in_flight, into four factors, or one; the rows are 0
-    // before column first_column.
+    // before column first_column, with which a panel begins.
     void (*fold_four)(const FactorSet &factors, const Tile &tile, std::size_t n_rows,
                       std::size_t first_column);
     void (*fold_one)(const FactorSet &factor, const Tile &tile, std::size_t n_rows, std::size_t first_column);
