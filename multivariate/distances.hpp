@@ -17,8 +17,8 @@ constexpr std::size_t whole_vectors(std::size_t n)
     return (n + lanes - 1) / lanes * lanes;
 }
 
-// Of memory that a thread writes to all the time: no other shall write to the same cache lines, nor to those that are
-// fetched with them.
+// Of memory that a thread writes to all the time: no other shall write to the same cache lines, nor, but at the ends,
+// to those that are fetched with them.
 constexpr std::size_t whole_line_pairs(std::size_t n)
 {
     constexpr std::size_t line_pair = 128 / sizeof(double);

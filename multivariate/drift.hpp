@@ -57,7 +57,7 @@ public:
         return std::sqrt(farthest_) * (1 + rounding());
     }
 
-    // From here on the growth is counted, too.
+    // From here on since_mark() counts: rows are scanned more often than anchors are set.
     void mark()
     {
         std::copy_n(now_, centres_->n_clusters + 1, marked_);

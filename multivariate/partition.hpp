@@ -249,8 +249,10 @@ private:
             std::memcpy(mean_to + j, &joined, sizeof joined);
         }
         // Without a mass that is left, this has made NaN of padding, too.
-        if (used_up) std::fill_n(mean_from, centres.padded_variables, 0.0);
-        if (used_up) std::fill_n(mean_from, centres.n_variables, not_a_number<double>);
+        if (used_up) {
+            std::fill_n(mean_from, centres.padded_variables, 0.0);
+            std::fill_n(mean_from, centres.n_variables, not_a_number<double>);
+        }
         centres.set_by_variable(from);
         centres.set_by_variable(to);
     }

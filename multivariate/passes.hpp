@@ -1,9 +1,10 @@
 // How the passes of a stage go through the rows: which rows are looked at, and in what order work is done.
 //
-// Section by section, a pass scans the slacks of the rows for those that may be used up before drifts have grown by as
-// much as in the last pass, brings up to date which are, on all threads, and then looks, in the order of the rows, at
-// those where that did not help. Should drifts grow by more, it scans the rest of the section again. Rows that the
-// next few passes may need are listed, and as long as drifts keep to what was foreseen, these scan the list alone.
+// Section by section, a pass scans the slacks of the rows for those that may be used up before drifts have grown by a
+// margin, which is foreseen from the pass and the section before. What is used up is brought up to date; threads take
+// turns at slots of rows for that. Then those where it did not help are looked at, in the order of the rows. Should
+// drifts grow by more than the margin, the rest of the section is scanned again. Rows that the next few passes may need
+// are listed, and as long as drifts keep to what was foreseen, these scan the list alone.
 #pragma once
 
 #include "slacks.hpp"
@@ -14,7 +15,7 @@ namespace tavik::multivariate {
 struct Course {
     int threads = 1;
     int rows_at_once = 0;
-    int least_rows_of_threads = 0; // in a section
+    int least_rows_at_once = 0; // in a section, for threads
     // A multiple of the rows at once. A new slack holds the longer the nearer the anchors are, while the sum of short
     // drifts from anchor to anchor is hardly greater than a long one, unless centres shiver.
     int rows_between_anchors = 0;
@@ -106,6 +107,7 @@ private:
     static constexpr int rows_ahead = 8; // that are fetched before they are looked at
     // What a thread scans at a time.
     static constexpr int rows_per_slot = 1024;
+    static_assert(rows_per_slot % static_cast<int>(lanes) == 0); // scans store whole vectors
     // For how many passes a list shall be good, if drifts grow as in the pass before.
     static constexpr double passes_listed = 4;
     // Alone, looking is as fast as renewing where distances are most of the work; and some rows need both.
@@ -127,13 +129,13 @@ private:
         optimal.threads = work >= least_work_of_threads ? threads : 1;
         optimal.rows_at_once = optimal.threads > 1 ? 16 * rows_per_slot : rows_per_slot;
         optimal.rows_between_anchors = optimal.rows_at_once;
-        optimal.least_rows_of_threads =
+        optimal.least_rows_at_once =
             static_cast<int>(least_work_at_once / static_cast<double>(partition_->centres.rows_size())) + 1;
         renews_all_ = optimal.threads > 1 || partition_->centres.rows_size() <= most_renewed_alone;
         quick.threads = n_ >= least_rows_of_threads ? threads : 1;
         quick.rows_at_once = quick.threads > 1 ? 64 * rows_per_slot : 4 * rows_per_slot;
         quick.rows_between_anchors = 64 * rows_per_slot;
-        quick.least_rows_of_threads = least_rows_at_once;
+        quick.least_rows_at_once = least_rows_at_once;
     }
 
     // By which drifts may grow between a scan of a section and the end of its rows: at first twice a section's part of
@@ -143,7 +145,8 @@ private:
         return 2 * course.last_growth * std::min(1.0, static_cast<double>(course.rows_at_once) / n_);
     }
 
-    // Afterwards twice what it was in the section before.
+    // Afterwards twice what it was in the section before, but not so little that after a quiet section every move makes
+    // the rest of the next one be scanned again. Where nothing holds any more, all rows are near.
     double next_margin(const Course &course, double growth) const
     {
         return std::isfinite(growth) ? std::max(2 * growth, first_margin(course) / 4) : infinity<double>;
@@ -174,7 +177,7 @@ private:
                                  thread, from_list, margins);
             }
         };
-        if (course.threads > 1 && n_rows >= course.least_rows_of_threads) crew_.run(scan_slots);
+        if (course.threads > 1 && n_rows >= course.least_rows_at_once) crew_.run(scan_slots);
         else scan_slots(0);
     }
 

@@ -64,7 +64,7 @@ public:
         set_anchors(is_optimal);
     }
 
-    // From here on the growth of drifts is counted anew. Outside optimal stages, second slacks are left alone.
+    // From here on growth() counts anew. Outside optimal stages, second slacks are left alone.
     void set_anchors(bool is_optimal)
     {
         if (!drift_.start_span()) forget(table_.own_until);
@@ -77,7 +77,7 @@ public:
         return 2 * drift_.since_start();
     }
 
-    // Rows are about to be scanned: from here on the growth of drifts is counted for them.
+    // Rows are about to be scanned: from here on growth_since_scan() counts.
     void start_scan()
     {
         drift_.mark();
