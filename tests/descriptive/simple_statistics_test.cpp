@@ -383,6 +383,7 @@ TYPED_TEST(Simple, WarnsOfWhatIsNotDefined)
         {"one weight only", {1, 2, 3}, {0, 1, 0}, "nnnnnnnnn", {11077, 11078, 11079, 11081}},
         {"mean of zero", {-1, 3, -2}, {}, "vvvvvvvvv", {}},
         {"infinite", {1, infinity, 2}, {}, "nnnnnnnnn", {11078, 11079, 11081}},
+        {"infinite without weight", {1, infinity, 2}, {1, 0, 1}, "vv0vvvvvv", {}},
         {"plain", {1, 2, 4}, {}, "vvvvvvvvv", {}},
     };
     for (const auto &c : cases) {
