@@ -1,0 +1,136 @@
+// K-means at the ends of its range: scales of data and masses that leave the range of their squares and sums, stages of
+// very many passes, and rows enough that threads go through them.
+#include "frame/tavikstat.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <omp.h>
+#include <vector>
+
+namespace {
+
+using Values = std::vector<double>;
+
+class KMeansRange : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        tavik_random_option(1);
+        tavik_random_seed_set(3);
+    }
+
+    void TearDown() override
+    {
+        omp_set_num_threads(omp_get_num_procs());
+    }
+};
+
+struct Result {
+    std::vector<int> clusters;
+    int n_iterations;
+    double sum_of_squares;
+};
+
+// From the first k rows as seeds, or others.
+Result find(const Values &x, int p, int k, const Values &masses = {}, const Values &seeds = {})
+{
+    const int n = static_cast<int>(x.size()) / p, limit = 30;
+    Result result{std::vector<int>(x.size() / static_cast<std::size_t>(p)), 0, 0};
+    std::vector<int> history(result.clusters.size() * limit);
+    Values squares(static_cast<std::size_t>(k)), ones(result.clusters.size(), 1);
+    EXPECT_NE(tavik_d_cluster_k_means(n, p, x.data(), k, seeds.empty() ? x.data() : seeds.data(),
+                                      TAVIK_WEIGHTS, masses.empty() ? ones.data() : masses.data(),
+                                      TAVIK_MAX_ITERATIONS, limit, TAVIK_CLUSTER_SSQ_USER, squares.data(),
+                                      TAVIK_CLUSTER_HISTORY_USER, &result.n_iterations, history.data(),
+                                      TAVIK_RETURN_USER, result.clusters.data(), 0),
+              nullptr)
+        << tavik_error_message();
+    for (const double square : squares) result.sum_of_squares += square;
+    return result;
+}
+
+Values normals(int count)
+{
+    Values x(static_cast<std::size_t>(count));
+    tavik_d_random_normal(count, TAVIK_RETURN_USER, x.data(), 0);
+    return x;
+}
+
+Values scaled(Values x, double factor)
+{
+    for (double &value : x) value *= factor;
+    return x;
+}
+
+// Powers of two change no decision while squares keep their digits; where they lose some, threads and bounds still may
+// not matter.
+TEST_F(KMeansRange, ScaleOfTheData)
+{
+    const Values x = normals(1200);
+    const Result plain = find(x, 2, 3);
+    for (const int exponent : {-480, 500}) {
+        const Result other = find(scaled(x, std::ldexp(1.0, exponent)), 2, 3);
+        EXPECT_EQ(other.clusters, plain.clusters);
+        EXPECT_EQ(other.n_iterations, plain.n_iterations);
+    }
+    const Values many = scaled(normals(264000), 1e-161);
+    omp_set_num_threads(1);
+    const Result alone = find(many, 1, 3);
+    omp_set_num_threads(2);
+    EXPECT_EQ(find(many, 1, 3).clusters, alone.clusters);
+}
+
+TEST_F(KMeansRange, ThreadsGoThroughTheRows)
+{
+    Values x = normals(2 * 263000);
+    for (std::size_t i = 0; i < x.size(); ++i) x[i] += static_cast<double>(i % 8); // four groups that overlap
+    omp_set_num_threads(1);
+    const Result alone = find(x, 2, 4);
+    omp_set_num_threads(3);
+    const Result other = find(x, 2, 4);
+    EXPECT_EQ(other.clusters, alone.clusters);
+    EXPECT_EQ(other.sum_of_squares, alone.sum_of_squares);
+}
+
+// Masses stand for ratios: their scale multiplies the sums of squares, and nothing else.
+TEST_F(KMeansRange, ScaleOfTheMasses)
+{
+    const Values x = normals(600), masses = [] {
+        Values m = normals(300);
+        for (double &mass : m) mass = 0.5 + mass * mass;
+        return m;
+    }();
+    const Result plain = find(x, 2, 4, masses);
+    for (const double factor : {0x1p-1000, 0x1p1000}) {
+        const Result other = find(x, 2, 4, scaled(masses, factor));
+        EXPECT_EQ(other.clusters, plain.clusters);
+        EXPECT_EQ(other.sum_of_squares, plain.sum_of_squares * factor);
+    }
+    // One so heavy that the others are nothing beside it stays where it is.
+    const Values far_apart = {.1, .2, .3, 100, 100.1, 100.2}, heavy = {1e16, 1, 1, 1, 1, 1};
+    const Result result = find(far_apart, 1, 2, heavy, {.1, 100});
+    EXPECT_EQ(result.clusters, (std::vector<int>{1, 1, 1, 2, 2, 2}));
+}
+
+// Heavy rows at 0 and 1 and a row of light ones between, in reverse order: each that moves draws the border just past
+// the next, so that a quick stage has one move a pass.
+TEST_F(KMeansRange, AStageOfManyPasses)
+{
+    constexpr int light = 3000;
+    constexpr double heavy_mass = 1e5, step = 0.974 * 0.5 / heavy_mass;
+    Values x, masses;
+    for (int t = light - 1; t >= 0; --t) {
+        x.push_back(0.5 + step * (t - light / 2.0));
+        masses.push_back(1);
+    }
+    for (const double place : {0.0, 0.0, 1.0, 1.0}) {
+        x.push_back(place);
+        masses.push_back(heavy_mass / 2);
+    }
+    const double border = x[light - 1] + 0.5 * step;
+    const Result result = find(x, 1, 2, masses, {0, 2 * border});
+    EXPECT_EQ(result.n_iterations, 2);
+}
+
+} // namespace
