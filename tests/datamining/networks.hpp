@@ -12,13 +12,9 @@
 
 namespace networks {
 
+using capture::of_type;
 using std::string;
 
-template <class Real, class F, class D> constexpr auto of_type(F f, D d)
-{
-    if constexpr (std::is_same_v<Real, float>) return f;
-    else return d;
-}
 template <class Real> struct Routines {
     using Network = std::conditional_t<std::is_same_v<Real, float>, tavik_f_network, tavik_d_network>;
     static constexpr auto init = of_type<Real>(tavik_f_mlff_network_init, tavik_d_mlff_network_init);

@@ -57,6 +57,22 @@ inline void restore_defaults(bool stopping = true)
     tavik_set_at_checksum(nullptr);
 }
 
+// The routine of a precision.
+template <class Real, class F, class D> constexpr auto of_type(F f, D d)
+{
+    if constexpr (std::is_same_v<Real, float>) return f;
+    else return d;
+}
+
+// Takes an array over; nothing for null.
+template <class T> std::vector<T> take(T *array, std::size_t size)
+{
+    std::vector<T> copy;
+    if (array != nullptr) copy.assign(array, array + size);
+    tavik_free(array);
+    return copy;
+}
+
 // A routine that raises one error. At the bottom of the stack it counts as the one that the user called.
 inline void raise_in(const char *routine, int type, const string &message, long code = kCode)
 {

@@ -68,13 +68,11 @@ TEST_F(FailingCalls, Checkers)
         check(row); // two calls
         EXPECT_EQ(at, 42) << row.routine << row.due;
     }
-    for (int lo = -2; lo <= 2; ++lo)
-        for (int hi = -2; hi <= 2; ++hi)
-            for (int value = -3; value <= 3; ++value) {
-                const bool bounded = lo <= hi, inside = value >= lo && (!bounded || value <= hi);
-                const char *wrong = bounded ? "5 602" : "5 603", *due = inside ? "0 0" : wrong;
-                check({"l_sweep", [=] { tavik_c1iarg(value, "n", lo, hi, &at); }, due});
-            }
+    for (int value = -1; value <= 4; ++value) {
+        check({"l_sweep", [=] { tavik_c1iarg(value, "n", 1, 3, &at); },
+               value < 1 || value > 3 ? "5 602" : "0 0"});
+        check({"l_sweep", [=] { tavik_c1iarg(value, "n", 1, 0, &at); }, value < 1 ? "5 603" : "0 0"});
+    }
 }
 
 TEST_F(FailingCalls, Arguments)

@@ -140,29 +140,38 @@ TEST_F(Platform, MachineConstants)
     const long i_machine[] = {CHAR_BIT, 2, 15, SHRT_MAX, 63, LONG_MAX}, imach[] = {0, 32, 4, 2, 31, INT_MAX};
     for (int n = 0; n <= 12; ++n) EXPECT_EQ(tavik_i_machine(n), n < 6 ? i_machine[n] : format[n - 6]) << n;
     for (int n = 1; n <= 12; ++n) EXPECT_EQ(tavik_imach(n), n < 6 ? imach[n] : format[n - 6]) << n;
-    for (int n = 0; n <= 11; ++n) {
-        const double number = n < 11 ? n : 0.5;
-        EXPECT_EQ(std::pair(tavik_F_NUMBER[n] + 0.0, tavik_D_NUMBER[n]), std::pair(number, number));
-    }
+    for (int n = 0; n <= 11; ++n)
+        EXPECT_TRUE(tavik_F_NUMBER[n] == tavik_D_NUMBER[n] && tavik_D_NUMBER[n] == (n < 11 ? n : 0.5));
 }
 
 template <class Real> void check_division(Real (*divide)(Real, Real))
 {
     const Real inf = Limits<Real>::infinity(), nan = NAN, tiny = Limits<Real>::min(),
                huge = Limits<Real>::max();
-    const Real rows[] = {7,        2,        3.5, -7,           .25,   -28,      1,        0,
-                         inf,      -1,       0,   -inf,         1,     -Real(0), inf, //
-                         0,        0,        nan, huge,         .5,    inf,      huge,     -.5,
-                         -inf,     -huge,    .5,  -inf,         -huge, -.5,      inf, //
-                         tiny,     2,        0,   -tiny,        2,     0,        huge / 4, .5,
-                         huge / 2, 3 * tiny, 2,   3 * tiny / 2, 0,     huge,     0, //
-                         1,        inf,      0,   inf,          1,     inf,      inf,      inf,
-                         nan,      nan,      1,   nan,          1,     nan,      nan, //
-                         0,        nan,      nan, nan,          0,     nan};
-    for (const Real *row = rows; row != std::end(rows); row += 3) { // dividend, divisor, quotient
-        const Real got = divide(row[0], row[1]);
-        EXPECT_TRUE(std::isnan(row[2]) ? std::isnan(got) : got == row[2])
-            << row[0] << "/" << row[1] << ": " << got;
+    const Real rows[][3] = {// dividend, divisor, quotient
+                            {7, 2, 3.5},
+                            {-7, .25, -28},
+                            {1, 0, inf},
+                            {-1, 0, -inf},
+                            {1, -Real(0), inf},
+                            {0, 0, nan},
+                            {huge, .5, inf},
+                            {huge, -.5, -inf},
+                            {tiny, 2, 0},
+                            {huge / 4, .5, huge / 2},
+                            {3 * tiny, 2, 3 * tiny / 2},
+                            {0, huge, 0},
+                            {1, inf, 0},
+                            {inf, 1, inf},
+                            {inf, inf, nan},
+                            {nan, 1, nan},
+                            {1, nan, nan},
+                            {0, nan, nan},
+                            {nan, 0, nan}};
+    for (const auto &[dividend, divisor, due] : rows) {
+        const Real got = divide(dividend, divisor);
+        EXPECT_TRUE(std::isnan(due) ? std::isnan(got) : got == due)
+            << dividend << "/" << divisor << ": " << got;
     }
 }
 

@@ -1,7 +1,5 @@
 // Seeds for clusters: which observations may be drawn, how often, and that only data and generator decide.
-#include "frame/tavikstat.h"
-
-#include <gtest/gtest.h>
+#include "frame/capture.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -12,37 +10,26 @@
 
 namespace {
 
-template <class Real> class ClusterSeeds : public testing::Test {
-protected:
+template <class Real> struct ClusterSeeds : capture::FrameTest {
     using Values = std::vector<Real>;
     static constexpr Real nan = std::numeric_limits<Real>::quiet_NaN(),
                           inf = std::numeric_limits<Real>::infinity();
 
-    void SetUp() override
+    ClusterSeeds()
     {
-        for (int type : {4, 5}) tavik_error_options(TAVIK_SET_STOP, type, 0, TAVIK_SET_PRINT, type, 0, 0);
         tavik_random_option(1);
         tavik_random_seed_set(7);
     }
-
-    void TearDown() override
+    ~ClusterSeeds() override
     {
-        for (int type : {4, 5}) tavik_error_options(TAVIK_SET_STOP, type, 1, TAVIK_SET_PRINT, type, 1, 0);
         omp_set_num_threads(omp_get_num_procs());
     }
 
     // Rows of p values; no values after an error.
     template <class... Options> static Values seeds(const Values &x, int p, int k, Options... options)
     {
-        const int n = static_cast<int>(x.size()) / p;
-        Real *found = nullptr;
-        if constexpr (sizeof(Real) == sizeof(float))
-            found = tavik_f_cluster_seeds(n, p, x.data(), k, options..., 0);
-        else found = tavik_d_cluster_seeds(n, p, x.data(), k, options..., 0);
-        Values copy;
-        if (found != nullptr) copy.assign(found, found + k * p);
-        tavik_free(found);
-        return copy;
+        constexpr auto routine = capture::of_type<Real>(tavik_f_cluster_seeds, tavik_d_cluster_seeds);
+        return capture::take(routine(int(x.size()) / p, p, x.data(), k, options..., 0), std::size_t(k * p));
     }
 };
 
@@ -126,13 +113,10 @@ TYPED_TEST(ClusterSeeds, ColumnsStridesAndUsersArray)
     const std::vector<TypeParam> x = {9, 1, 9, 2, 9, 4};
     const int second[] = {1};
     TypeParam user[] = {-1, -1, -1, -1, -1, -1};
-    const int n = 3;
-    const auto call = [&](auto routine) {
-        return routine(n, 1, x.data(), 3, TAVIK_X_COL_DIM, 2, TAVIK_CLUSTER_VARIABLES, second,
-                       TAVIK_CLUSTER_SEEDS_COL_DIM, 2, TAVIK_RETURN_USER, user, 0);
-    };
-    if constexpr (sizeof(TypeParam) == sizeof(float)) EXPECT_EQ(call(tavik_f_cluster_seeds), user);
-    else EXPECT_EQ(call(tavik_d_cluster_seeds), user);
+    constexpr auto routine = capture::of_type<TypeParam>(tavik_f_cluster_seeds, tavik_d_cluster_seeds);
+    EXPECT_EQ(routine(3, 1, x.data(), 3, TAVIK_X_COL_DIM, 2, TAVIK_CLUSTER_VARIABLES, second,
+                      TAVIK_CLUSTER_SEEDS_COL_DIM, 2, TAVIK_RETURN_USER, user, 0),
+              user);
     EXPECT_EQ(user[0] + user[2] + user[4], 7);
     EXPECT_EQ(user[1] + user[3] + user[5], -3);
 }

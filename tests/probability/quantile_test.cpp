@@ -233,16 +233,4 @@ TYPED_TEST(NormalQuantile, HasTheSameBitsEverywhere)
     normal_quantiles(static_cast<const Real *>(nullptr), static_cast<Real *>(nullptr), 0);
 }
 
-TEST(NormalQuantileOfFloat, IsAccurateAndNeverDecreases)
-{
-    float last = -std::numeric_limits<float>::infinity();
-    for (std::uint32_t bits = 1; bits < std::bit_cast<std::uint32_t>(1.0f); bits += 1009) {
-        const auto p = std::bit_cast<float>(bits);
-        const float z = normal_quantile(p);
-        NormalQuantile<float>::expect_near(z, normal_quantile_wide(p), p, 0, normal_bound<float>);
-        EXPECT_GE(z, last) << p;
-        last = z;
-    }
-}
-
 } // namespace

@@ -14,13 +14,9 @@
 
 namespace models {
 
+using capture::of_type, capture::take;
 template <class T> using Vector = std::vector<T>;
 
-template <class Real, class F, class D> constexpr auto of_type(F f, D d)
-{
-    if constexpr (std::is_same_v<Real, float>) return f;
-    else return d;
-}
 template <class Real> struct Routines {
     static constexpr auto rnun = of_type<Real>(tavik_rnun, tavik_drnun);
     static constexpr auto uniform = of_type<Real>(tavik_f_random_uniform, tavik_d_random_uniform);
@@ -47,12 +43,8 @@ template <class Real> Vector<Real> uniforms(int n)
         if (n > 0) Routines<Real>::rnun(n, r.data());
         return r;
     }
-    Real *made = n % 4 == 1 ? Routines<Real>::uniform(n, 0)
-                            : Routines<Real>::uniform(n, TAVIK_RETURN_USER, r.data(), 0);
-    EXPECT_EQ(made == r.data(), n % 4 == 3);
-    if (made == r.data()) return r;
-    r.assign(made, made + n);
-    tavik_free(made);
+    if (n % 4 == 1) return take(Routines<Real>::uniform(n, 0), r.size());
+    EXPECT_EQ(Routines<Real>::uniform(n, TAVIK_RETURN_USER, r.data(), 0), r.data());
     return r;
 }
 
