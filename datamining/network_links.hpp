@@ -18,15 +18,21 @@ inline void raise_link_exists(int to, int from)
     raise(warning_immediate, 40096, "to", to, "from", from);
 }
 
-// Room has been made.
-template <class Network> void append_link(Network &network, int to, int from)
+// Room has been made. Returns the link, of which the target is still to be told.
+template <class Network> int append_link_of_source(Network &network, int to, int from)
 {
-    NodeOf<Network> &source = network.nodes[from], &target = network.nodes[to];
+    NodeOf<Network> &source = network.nodes[from];
     const int link = network.next_link++;
     network.links[link] = new_link<Network>(to, from);
     ++network.n_links;
-    target.inLinks[target.n_inLinks++] = link;
     source.outLinks[source.n_outLinks++] = link;
+    return link;
+}
+
+template <class Network> void append_link(Network &network, int to, int from)
+{
+    NodeOf<Network> &target = network.nodes[to];
+    target.inLinks[target.n_inLinks++] = append_link_of_source(network, to, from);
 }
 
 // Pairs of layers, each linked from the one `distance` below it.
@@ -138,11 +144,36 @@ private:
                          static_cast<std::size_t>(n_links_));
     }
 
+    // A few sources at a time, so that their targets' lists are not fetched anew for every link.
     void make_missing(int to_layer)
     {
         const Layer &targets = layer(to_layer), &sources = layer(to_layer - pairs_.distance);
-        for (int i = 0; i < sources.n_nodes; ++i) {
-            const int from = sources.nodes[i];
+        for (int i = 0; i < sources.n_nodes; i += sources_at_once) {
+            const int *from = sources.nodes + i, n = std::min(sources.n_nodes - i, sources_at_once);
+            if (std::all_of(from, from + n, [&](int node) { return existing_out_[node] == 0; }))
+                make_links(targets, from, n);
+            else make_missing_links(targets, from, n);
+        }
+    }
+
+    // Of sources none of which has links to the targets.
+    void make_links(const Layer &targets, const int *sources, int n)
+    {
+        const int first = network_.next_link;
+        for (int i = 0; i < n; ++i) {
+            for (int k = 0; k < targets.n_nodes; ++k)
+                append_link_of_source(network_, targets.nodes[k], sources[i]);
+        }
+        for (int k = 0; k < targets.n_nodes; ++k) {
+            NodeOf<Network> &target = network_.nodes[targets.nodes[k]];
+            for (int i = 0; i < n; ++i) target.inLinks[target.n_inLinks++] = first + i * targets.n_nodes + k;
+        }
+    }
+
+    void make_missing_links(const Layer &targets, const int *sources, int n)
+    {
+        for (int i = 0; i < n; ++i) {
+            const int from = sources[i];
             mark_links_from(from, [](int) {});
             for (int k = 0; k < targets.n_nodes; ++k) {
                 const int to = targets.nodes[k];
@@ -151,6 +182,8 @@ private:
             }
         }
     }
+
+    static constexpr int sources_at_once = 16;
 
     Network &network_;
     LayerPairs pairs_;
