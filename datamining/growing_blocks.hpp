@@ -20,8 +20,8 @@ constexpr std::size_t places_for(std::size_t n)
     return n == 0 ? 0 : std::max(least, std::bit_ceil(n));
 }
 
-// A large block is about to be filled, at least by half: the kernel shall give it large pages, each of which costs hardly
-// more than a small one.
+// A large block is about to be filled, at least by half: the kernel shall give it large pages, each of which costs
+// hardly more than a small one.
 inline void expect_filling(void *block, std::size_t bytes)
 {
     constexpr std::uintptr_t large_page = 1 << 21;

@@ -236,23 +236,20 @@ private:
     {
         using Two = double __attribute__((vector_size(2 * sizeof(double))));
         const bool used_up = is_used_up(from, 0, mass);
-        const double mass_from = sums.clusters[from].mass, mass_to = sums.clusters[to].mass;
+        const double mass_from = sums.clusters[from].mass, mass_to = sums.clusters[to].mass,
+                     mass_left = used_up ? 1 : mass_from - mass;
         double *mean_from = centres.row(from), *mean_to = centres.row(to);
         for (std::size_t j = 0; j < centres.n_variables; j += 2) {
             Two x, left, joined;
             std::memcpy(&x, row + j, sizeof x);
             std::memcpy(&left, mean_from + j, sizeof left);
             std::memcpy(&joined, mean_to + j, sizeof joined);
-            left = (left * mass_from - x * mass) / (mass_from - mass);
+            left = (left * mass_from - x * mass) / mass_left;
             joined = (x * mass + joined * mass_to) / (mass_to + mass);
             std::memcpy(mean_from + j, &left, sizeof left);
             std::memcpy(mean_to + j, &joined, sizeof joined);
         }
-        // Without a mass that is left, this has made NaN of padding, too.
-        if (used_up) {
-            std::fill_n(mean_from, centres.padded_variables, 0.0);
-            std::fill_n(mean_from, centres.n_variables, not_a_number<double>);
-        }
+        if (used_up) std::fill_n(mean_from, centres.n_variables, not_a_number<double>);
         centres.set_by_variable(from);
         centres.set_by_variable(to);
     }
