@@ -1,5 +1,6 @@
 // Vectors as the kernels of regression use them. Everything here has internal linkage, since it is compiled for each
 // instruction level.
+#pragma once
 
 #include "rotations.hpp"
 

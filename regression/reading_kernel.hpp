@@ -1,5 +1,6 @@
 // Kernels that read the caller's rows: a few rows of finite values in one go, and where that fails the same rows one by
 // one, leaving out what is missing or has no mass.
+#pragma once
 
 #include "kernel_vectors.hpp"
 

@@ -2,8 +2,9 @@
 //
 // Four factors grow side by side, one a lane of a vector, so that rotations are set up four at a time. Each is
 // fed from a part of the rows of its own; a factor is merged into another as if its rows were data.
-// A rotation whose new row outweighs the pivot's first exchanges the two, so the multipliers are bounded, and
-// what remains is always the form (1 h12; h21 1).
+// A rotation whose new row outweighs the pivot's first exchanges the two, so the multipliers are bounded. What remains
+// is always a pair of shears, each done in place: the pivot's row takes h12 times the new row, which then loses h21
+// times what has become of the pivot's. Against (1 h12; -h21 1) this moves a factor from the new row to its scale.
 #pragma once
 
 #include <cstddef>
@@ -16,15 +17,16 @@ constexpr std::size_t rows_per_tile = 32; // of each factor
 constexpr std::size_t rows_in_flight = 8; // rows that meet a pivot one after the other
 constexpr std::size_t rows_at_once = 4;   // rows to which they are applied together
 
-// Up to this many columns four factors are one panel, and all columns are rotated where rotations are set up. Wider
-// ones have panels of that width; columns behind a panel are rotated afterwards, many at once. A factor alone has no
-// lanes to fill where rotations are set up, so its panels are narrower.
+// Up to `most_in_one_panel` columns four factors are one panel, and all columns are rotated where rotations are set up.
+// Wider ones have panels of panel_width, which strips of columns divide; columns behind a panel are rotated afterwards,
+// many at once. A factor alone has no lanes to fill where rotations are set up, so its panels are narrower.
 constexpr std::size_t pivots_at_once = 4; // whose rotations are set up together
-constexpr std::size_t panel_width = 16, narrow_panel_width = pivots_at_once;
-constexpr std::size_t panel_stride = panel_width; // in memory, whatever the width: kernels need a constant
+constexpr std::size_t most_in_one_panel = 16, panel_width = 12, narrow_panel_width = pivots_at_once;
+constexpr std::size_t panel_stride =
+    most_in_one_panel; // in memory, whatever the width: kernels need a constant
 
 // Panels of so many pivots in all make a block, whose rotations are applied together to the columns behind it.
-constexpr std::size_t pivots_in_block = 2 * panel_width;
+constexpr std::size_t pivots_in_block = 4 * panel_width;
 
 // From row to row of one factor's rotations: h12 and h21 of every pivot of a block.
 constexpr std::size_t h_stride = 2 * pivots_in_block;
@@ -42,7 +44,7 @@ constexpr std::size_t whole_vectors(std::size_t n)
 constexpr std::size_t padded_columns(std::size_t n)
 {
     constexpr std::size_t line = 64 / sizeof(double);
-    return n <= panel_width ? whole_vectors(n) : ((n + line - 1) / line | 1) * line;
+    return n <= most_in_one_panel ? whole_vectors(n) : ((n + line - 1) / line | 1) * line;
 }
 
 // One factor, or four of them; the index of the factor runs fastest in all but `behind`. Row i stands for d_i r_i
@@ -74,7 +76,7 @@ struct FactorSet {
 
 constexpr std::size_t panel_of(std::size_t n, std::size_t count)
 {
-    if (n > panel_width) return panel_width;
+    if (n > most_in_one_panel) return panel_width;
     return count == 1 ? narrow_panel_width : n;
 }
 

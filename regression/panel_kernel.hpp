@@ -1,0 +1,375 @@
+// Sets up the rotations of a tile's rows with the pivots of a panel, and applies them within the panel.
+#pragma once
+
+#include "kernel_vectors.hpp"
+
+namespace tavik::regression {
+namespace {
+
+template <class Mask, class T> inline void exchange_where(Mask mask, T &a, T &b)
+{
+    const T old = a;
+    a = mask ? b : a;
+    b = mask ? old : b;
+}
+
+// The rotations of a tile's rows with the pivots of a block.
+struct Block {
+    std::size_t first;        // pivot
+    double *h;                // factor after factor, row after row, pivot after pivot: h12, h21
+    unsigned char *exchanges; // row after row, pivot after pivot: lanes whose rows change places, as bits
+    unsigned *exchanged;      // of each group of rows: all lanes in which some do
+};
+
+// The rows of a tile within one panel, and the rotations that are set up for it.
+template <class T> struct Panel {
+    static constexpr std::size_t factors = factors_in<T>;
+
+    Panel(const FactorSet &f, const Tile &tile, const Block &block, std::size_t first_column)
+        : first(first_column), pivots(f.n - first < f.panel ? f.n - first : f.panel),
+          p(f.p + first * factors), diagonal(f.diagonal + first * factors),
+          reciprocal_p(f.reciprocal_p + first * factors),
+          reciprocal_diagonal(f.reciprocal_diagonal + first * factors),
+          within(f.within + first * panel_stride * factors), weights(tile.weights), rows(tile.scratch),
+          h(rows + rows_per_tile * panel_stride * factors),
+          exchanges(block.exchanges + (first - block.first)), exchanged(block.exchanged)
+    {
+    }
+
+    std::size_t first, pivots;
+    double *p, *diagonal, *reciprocal_p, *reciprocal_diagonal, *within; // of the panel's first row on
+    double *weights;
+    double *rows;             // rows_per_tile x panel_stride x factors
+    double *h;                // of a group of rows: pivot after pivot h12, h21, of all factors each
+    unsigned char *exchanges; // of the block, from the panel's first pivot on
+    unsigned *exchanged;
+
+    double *row(std::size_t k) const
+    {
+        return rows + k * panel_stride * factors;
+    }
+
+    // Of row k and pivot i, while the row's group is at work.
+    double *rotation(std::size_t k, std::size_t i) const
+    {
+        return h + 2 * (k % rows_in_flight * panel_stride + i) * factors;
+    }
+
+    unsigned char &exchange(std::size_t k, std::size_t i) const
+    {
+        return exchanges[k * pivots_in_block + i];
+    }
+};
+
+// 1 / x, but 0 of 0. Where it overflows, the results shall show that.
+template <class T> inline T reciprocal_or_zero(T x)
+{
+    const T zero = {};
+    return x == zero ? zero : 1 / x;
+}
+
+// Exchanges row k and row i of the factor up to column `end` in the lanes of the mask, and the numbers that belong to
+// them.
+template <class T, class Mask>
+__attribute__((noinline)) void exchange_rows(const Panel<T> &panel, std::size_t k, std::size_t i,
+                                             std::size_t end, Mask lanes)
+{
+    constexpr std::size_t factors = Panel<T>::factors;
+    double *row = panel.row(k), *pivot_row = panel.within + i * panel_stride * factors;
+    T p = load_as<T>(panel.p + i * factors), x = load_as<T>(panel.diagonal + i * factors);
+    T w = load_as<T>(panel.weights + k * factors), y = load_as<T>(row + i * factors);
+    const T zero = {};
+    T scale = x == zero ? zero : p / x, p_of_row = w * y;
+    exchange_where(lanes, scale, w);
+    exchange_where(lanes, p, p_of_row);
+    exchange_where(lanes, x, y);
+    store(panel.weights + k * factors, w);
+    store(panel.p + i * factors, p);
+    store(panel.reciprocal_p + i * factors, reciprocal_or_zero(p));
+    store(panel.diagonal + i * factors, x);
+    store(panel.reciprocal_diagonal + i * factors, reciprocal_or_zero(x));
+    store(row + i * factors, y);
+    for (std::size_t j = i + 1; j < end; ++j) {
+        T r = load_as<T>(pivot_row + j * factors), v = load_as<T>(row + j * factors);
+        exchange_where(lanes, r, v);
+        store(pivot_row + j * factors, r);
+        store(row + j * factors, v);
+    }
+    panel.exchange(k, i) = static_cast<unsigned char>(true_lanes(lanes));
+    panel.exchanged[k / rows_in_flight] |= true_lanes(lanes);
+}
+
+// A square below this counts as 0. What equal columns leave of each other shrinks from column to column by the
+// rounding, and must end before its reciprocal overflows.
+constexpr double least_square = 1e-280;
+
+// A pivot of the panel and its row up to the end of a triangle of `count` columns, while rows of a group meet it one
+// after the other.
+template <class T, std::size_t count> struct Pivot {
+    T p, x, reciprocal_p, reciprocal_x, r[count];
+    double *p_at, *x_at, *reciprocal_p_at, *reciprocal_x_at, *r_at;
+
+    Pivot(const Panel<T> &panel, std::size_t i)
+        : p_at(panel.p + i * Panel<T>::factors), x_at(panel.diagonal + i * Panel<T>::factors),
+          reciprocal_p_at(panel.reciprocal_p + i * Panel<T>::factors),
+          reciprocal_x_at(panel.reciprocal_diagonal + i * Panel<T>::factors),
+          r_at(panel.within + (i * panel_stride + i) * Panel<T>::factors)
+    {
+        load_all();
+    }
+
+    void load_all()
+    {
+        p = load_as<T>(p_at);
+        x = load_as<T>(x_at);
+        reciprocal_p = load_as<T>(reciprocal_p_at);
+        reciprocal_x = load_as<T>(reciprocal_x_at);
+        for (std::size_t j = 1; j < count; ++j) r[j] = load_as<T>(r_at + j * Panel<T>::factors);
+    }
+
+    // But for p, which rotations do not change.
+    void store_all() const
+    {
+        store(x_at, x);
+        store(reciprocal_x_at, reciprocal_x);
+        for (std::size_t j = 1; j < count; ++j) store(r_at + j * Panel<T>::factors, r[j]);
+    }
+};
+
+// 0 in the lanes of the mask.
+template <class T, class Mask> inline T zero_where(Mask mask, T x)
+{
+    return __builtin_bit_cast(T, ~mask & __builtin_bit_cast(Mask, x));
+}
+
+// A group of rows from a pivot's column on, and where its rotations with that pivot go: addresses that differ from row
+// to row by constants.
+template <class T> struct Group {
+    double *values, *weights, *h;
+
+    Group(const Panel<T> &panel, std::size_t k, std::size_t i)
+        : values(panel.row(k) + i * Panel<T>::factors), weights(panel.weights + k * Panel<T>::factors),
+          h(panel.rotation(k, i))
+    {
+    }
+};
+
+template <class T> inline T smaller(T a, T b)
+{
+    return a < b ? a : b;
+}
+
+template <class T> inline T larger(T a, T b)
+{
+    return a > b ? a : b;
+}
+
+// Does every row of the group weigh something in the pivot's column, and less than the pivot alone? One look at all of
+// them saves many at each. NaN may hide what comes before it, in a factor that is lost anyway.
+template <class T, std::size_t count>
+inline bool all_are_plain(const Group<T> &group, const Pivot<T, count> &pivot)
+{
+    constexpr std::size_t factors = factors_in<T>;
+    const T least = T{} + least_square, own_square = pivot.p * pivot.x;
+    T smallest = own_square, largest = least;
+#pragma GCC unroll 8
+    for (std::size_t r = 0; r < rows_in_flight; ++r) {
+        const T y = load_as<T>(group.values + r * panel_stride * factors),
+                square = load_as<T>(group.weights + r * factors) * y * y;
+        smallest = smaller(square, smallest);
+        largest = larger(square, largest);
+    }
+    return !any((smallest < least) | (largest >= own_square));
+}
+
+// Sets up the rotation of row r of the group with the pivot and applies it to the `count` columns from the pivot's on.
+// There is one division. Unless all rows are plain, `exchange` makes a row that outweighs the pivot and the pivot's
+// change places in memory, since that happens too seldom for the pivot to leave its registers otherwise; and a row
+// without weight in this column is left as it is: nothing is to be rotated, and if it has none at all, it could grow
+// on and on.
+template <bool plain, class T, std::size_t count, class Exchange>
+inline void rotate(const Group<T> &group, std::size_t r, Pivot<T, count> &pivot, const Exchange &exchange)
+{
+    constexpr std::size_t factors = factors_in<T>;
+    double *row = group.values + r * panel_stride * factors, *weight = group.weights + r * factors,
+           *h = group.h + 2 * r * panel_stride * factors;
+    T w = load_as<T>(weight), y = load_as<T>(row), p2 = w * y;
+    decltype(y < y) idle = {};
+    if constexpr (!plain) {
+        const T least = T{} + least_square, square = p2 * y, own_square = pivot.p * pivot.x;
+        const auto outweighs = square >= (own_square < least ? least : own_square); // never beside NaN
+        if (any(outweighs)) {
+            pivot.store_all();
+            exchange(r, outweighs);
+            pivot.load_all();
+            w = load_as<T>(weight);
+            y = load_as<T>(row);
+            p2 = w * y;
+        }
+        idle = square < least; // NaN is not
+    }
+    const T h12 = zero_where(idle, T(p2 * pivot.reciprocal_p));
+    const T rotated_x = pivot.x + h12 * y;
+    store(weight, idle ? w : w * (rotated_x * pivot.reciprocal_x));
+    pivot.x = rotated_x;
+    pivot.reciprocal_x = 1 / rotated_x; // of an empty row infinite, and not used
+    const T h21 = zero_where(idle, T(y * pivot.reciprocal_x));
+    store(h, h12);
+    store(h + factors, h21);
+    for (std::size_t j = 1; j < count; ++j) {
+        const T v = load_as<T>(row + j * factors);
+        pivot.r[j] = pivot.r[j] + h12 * v;
+        store(row + j * factors, T(v - h21 * pivot.r[j]));
+    }
+}
+
+// Rotations of a group of rows from row k on with pivot i and, after it, with those behind it: a triangle of `count`
+// columns. All rows meet a pivot before the first meets the next: only the pivot's own sum passes
+// from row to row, so their divisions overlap.
+template <class T, std::size_t count>
+inline void rotate_triangle(const Panel<T> &panel, std::size_t k, std::size_t i)
+{
+    const Group<T> group(panel, k, i);
+    Pivot<T, count> pivot(panel, i);
+    const auto exchange = [&panel, k, i](std::size_t r, auto lanes) {
+        exchange_rows(panel, k + r, i, i + count, lanes);
+    };
+    if (__builtin_expect(all_are_plain(group, pivot), 1)) {
+#pragma GCC unroll 8
+        for (std::size_t r = 0; r < rows_in_flight; ++r) rotate<true>(group, r, pivot, exchange);
+    } else {
+        for (std::size_t r = 0; r < rows_in_flight; ++r) rotate<false>(group, r, pivot, exchange);
+    }
+    pivot.store_all();
+    if constexpr (count > 1) rotate_triangle<T, count - 1>(panel, k, i + 1);
+}
+
+inline VMask lanes_of(unsigned bits, VMask)
+{
+    const VMask lane = {1, 2, 4, 8}, all = {static_cast<int>(bits), static_cast<int>(bits),
+                                            static_cast<int>(bits), static_cast<int>(bits)};
+    return (all & lane) == lane;
+}
+
+inline SMask lanes_of(unsigned bits, SMask)
+{
+    return SMask{bits != 0 ? -1 : 0, 0};
+}
+
+// Applies the rotations of a group of rows with pivots_at_once pivots from `first` on to `columns` columns of the
+// panel from j on. The pivots' rows stay in registers while all rows pass.
+template <class T, std::size_t columns, bool with_exchanges>
+inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t first, std::size_t j)
+{
+    constexpr std::size_t factors = factors_in<T>, row_stride = panel_stride * factors;
+    double *pivot_rows = panel.within + (first * panel_stride + j) * factors;
+    T pivot[pivots_at_once][columns];
+    for (std::size_t i = 0; i < pivots_at_once; ++i) {
+        for (std::size_t c = 0; c < columns; ++c)
+            pivot[i][c] = load_as<T>(pivot_rows + i * row_stride + c * factors);
+    }
+    double *row = panel.row(k) + j * factors;
+    const double *h = panel.rotation(k, first);
+    for (std::size_t r = 0; r < rows_in_flight; ++r, row += row_stride, h += 2 * row_stride) {
+        T y[columns];
+        for (std::size_t c = 0; c < columns; ++c) y[c] = load_as<T>(row + c * factors);
+        for (std::size_t i = 0; i < pivots_at_once; ++i) {
+            if constexpr (with_exchanges) {
+                const auto lanes = lanes_of(panel.exchange(k + r, first + i), T{} < T{});
+                for (std::size_t c = 0; c < columns; ++c) exchange_where(lanes, pivot[i][c], y[c]);
+            }
+            const T h12 = load_as<T>(h + 2 * i * factors);
+            for (std::size_t c = 0; c < columns; ++c) pivot[i][c] = pivot[i][c] + h12 * y[c];
+            const T h21 = load_as<T>(h + (2 * i + 1) * factors);
+            for (std::size_t c = 0; c < columns; ++c) y[c] = y[c] - h21 * pivot[i][c];
+        }
+        for (std::size_t c = 0; c < columns; ++c) store(row + c * factors, y[c]);
+    }
+    for (std::size_t i = 0; i < pivots_at_once; ++i) {
+        for (std::size_t c = 0; c < columns; ++c)
+            store(pivot_rows + i * row_stride + c * factors, pivot[i][c]);
+    }
+}
+
+template <class T, bool with_exchanges>
+inline void rotate_rest_of_panel(const Panel<T> &panel, std::size_t k, std::size_t first)
+{
+    std::size_t j = first + pivots_at_once;
+    for (; j + 3 <= panel.pivots && j + 4 != panel.pivots; j += 3)
+        rotate_columns<T, 3, with_exchanges>(panel, k, first, j);
+    for (; j + 2 <= panel.pivots; j += 2) rotate_columns<T, 2, with_exchanges>(panel, k, first, j);
+    if (j < panel.pivots) rotate_columns<T, 1, with_exchanges>(panel, k, first, j);
+}
+
+// All rotations of a group of rows with the panel, a few pivots after the other.
+template <class T> inline void rotate_group(const Panel<T> &panel, std::size_t k)
+{
+    static_assert(pivots_at_once == 4);
+    for (std::size_t first = 0; first < panel.pivots; first += pivots_at_once) {
+        switch (panel.pivots - first) {
+        case 1: rotate_triangle<T, 1>(panel, k, first); break;
+        case 2: rotate_triangle<T, 2>(panel, k, first); break;
+        case 3: rotate_triangle<T, 3>(panel, k, first); break;
+        default: rotate_triangle<T, 4>(panel, k, first);
+        }
+        if (panel.exchanged[k / rows_in_flight] != 0) rotate_rest_of_panel<T, true>(panel, k, first);
+        else rotate_rest_of_panel<T, false>(panel, k, first);
+    }
+}
+
+inline void take_panel(const Panel<V> &panel, const FactorSet &f, const Tile &tile, std::size_t n_rows)
+{
+    const std::size_t factor_stride = rows_per_tile * f.padded;
+    for (std::size_t k = 0; k < n_rows; ++k) {
+        const double *from = tile.values + k * f.padded + panel.first;
+        for (std::size_t j = 0; j < panel.pivots; j += side_by_side) {
+            V a = load(from + j), b = load(from + factor_stride + j), c = load(from + 2 * factor_stride + j),
+              d = load(from + 3 * factor_stride + j);
+            transpose(a, b, c, d);
+            double *to = panel.row(k) + j * side_by_side;
+            store(to, a);
+            store(to + side_by_side, b);
+            store(to + 2 * side_by_side, c);
+            store(to + 3 * side_by_side, d);
+        }
+    }
+}
+
+inline void take_panel(const Panel<S> &panel, const FactorSet &f, const Tile &tile, std::size_t n_rows)
+{
+    for (std::size_t k = 0; k < n_rows; ++k) {
+        for (std::size_t j = 0; j < panel.pivots; ++j)
+            panel.row(k)[j] = tile.values[k * f.padded + panel.first + j];
+    }
+}
+
+// Puts the rotations of a group of rows among those of the block, one factor's together: read again and again there,
+// they stay in the first-level cache.
+inline void set_apart(const Panel<V> &panel, const Block &block, std::size_t k)
+{
+    static_assert(panel_width % 2 == 0);
+    constexpr std::size_t size = rows_per_tile * h_stride;
+    for (std::size_t r = k; r < k + rows_in_flight; ++r) {
+        for (std::size_t i = 0; i < panel_width; i += 2) { // columns follow whole panels only
+            const double *from = panel.rotation(r, i);
+            V a = load(from), b = load(from + side_by_side), c = load(from + 2 * side_by_side),
+              d = load(from + 3 * side_by_side);
+            transpose(a, b, c, d);
+            double *to = block.h + r * h_stride + 2 * (panel.first - block.first + i);
+            store(to, a);
+            store(to + size, b);
+            store(to + 2 * size, c);
+            store(to + 3 * size, d);
+        }
+    }
+}
+
+inline void set_apart(const Panel<S> &panel, const Block &block, std::size_t k)
+{
+    for (std::size_t r = k; r < k + rows_in_flight; ++r)
+        __builtin_memcpy(block.h + r * h_stride + 2 * (panel.first - block.first), panel.rotation(r, 0),
+                         2 * panel.pivots * sizeof(double));
+}
+
+} // namespace
+} // namespace tavik::regression
