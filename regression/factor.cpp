@@ -84,6 +84,12 @@ void Factor::limit_rank(std::size_t rows)
 void Factor::rotate(long double *row, long double &weight, std::size_t i)
 {
     long double *pivot_row = r_ + i * n_;
+    if (scale_[i] == 0 && row[i] != 0 && std::isfinite(row[i]) && std::isfinite(weight)) { // an empty place
+        std::copy(row + i, row + n_, pivot_row + i);
+        scale_[i] = weight;
+        weight = 0;
+        return;
+    }
     const auto rotation = numerical::rotmg(scale_[i], weight, pivot_row[i], row[i]);
     const auto behind = static_cast<std::ptrdiff_t>(n_ - i - 1);
     numerical::rotm(behind, pivot_row + i + 1, 1, row + i + 1, 1, rotation);

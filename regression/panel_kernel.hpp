@@ -17,11 +17,17 @@ template <class Mask, class T> inline void exchange_where(Mask mask, T &a, T &b)
 struct Block {
     std::size_t first;        // pivot
     double *h;                // factor after factor, row after row, pivot after pivot: h12, h21
-    unsigned char *exchanges; // row after row, pivot after pivot: lanes whose rows change places, as bits
+    unsigned char *exchanges; // lanes whose rows change places, as bits: at exchange_index
     unsigned *exchanged;      // of each group of rows: all lanes in which some do
 };
 
-// The rows of a tile within one panel, and the rotations that are set up for it.
+// Of row k and pivot i of a block: rows that rotations are applied to together stand together.
+inline std::size_t exchange_index(std::size_t k, std::size_t i)
+{
+    return (k / rows_at_once * pivots_in_block + i) * rows_at_once + k % rows_at_once;
+}
+
+// A group of a tile's rows within one panel, and the rotations that are set up for it.
 template <class T> struct Panel {
     static constexpr std::size_t factors = factors_in<T>;
 
@@ -31,25 +37,25 @@ template <class T> struct Panel {
           reciprocal_p(f.reciprocal_p + first * factors),
           reciprocal_diagonal(f.reciprocal_diagonal + first * factors),
           within(f.within + first * panel_stride * factors), weights(tile.weights), rows(tile.scratch),
-          h(rows + rows_per_tile * panel_stride * factors),
-          exchanges(block.exchanges + (first - block.first)), exchanged(block.exchanged)
+          h(rows + rows_in_flight * panel_stride * factors),
+          exchanges(block.exchanges + exchange_index(0, first - block.first)), exchanged(block.exchanged)
     {
     }
 
     std::size_t first, pivots;
     double *p, *diagonal, *reciprocal_p, *reciprocal_diagonal, *within; // of the panel's first row on
     double *weights;
-    double *rows;             // rows_per_tile x panel_stride x factors
-    double *h;                // of a group of rows: pivot after pivot h12, h21, of all factors each
+    double *rows;             // of the group: rows_in_flight x panel_stride x factors
+    double *h;                // of the group: pivot after pivot h12, h21, of all factors each
     unsigned char *exchanges; // of the block, from the panel's first pivot on
     unsigned *exchanged;
 
+    // Both while the row's group is at work.
     double *row(std::size_t k) const
     {
-        return rows + k * panel_stride * factors;
+        return rows + k % rows_in_flight * panel_stride * factors;
     }
 
-    // Of row k and pivot i, while the row's group is at work.
     double *rotation(std::size_t k, std::size_t i) const
     {
         return h + 2 * (k % rows_in_flight * panel_stride + i) * factors;
@@ -57,7 +63,7 @@ template <class T> struct Panel {
 
     unsigned char &exchange(std::size_t k, std::size_t i) const
     {
-        return exchanges[k * pivots_in_block + i];
+        return exchanges[exchange_index(k, i)];
     }
 };
 
@@ -317,16 +323,17 @@ template <class T> inline void rotate_group(const Panel<T> &panel, std::size_t k
     }
 }
 
-inline void take_panel(const Panel<V> &panel, const FactorSet &f, const Tile &tile, std::size_t n_rows)
+// Takes the group of rows from row k on into the panel.
+inline void take_group(const Panel<V> &panel, const FactorSet &f, const Tile &tile, std::size_t k)
 {
     const std::size_t factor_stride = rows_per_tile * f.padded;
-    for (std::size_t k = 0; k < n_rows; ++k) {
-        const double *from = tile.values + k * f.padded + panel.first;
+    for (std::size_t r = k; r < k + rows_in_flight; ++r) {
+        const double *from = tile.values + r * f.padded + panel.first;
         for (std::size_t j = 0; j < panel.pivots; j += side_by_side) {
             V a = load(from + j), b = load(from + factor_stride + j), c = load(from + 2 * factor_stride + j),
               d = load(from + 3 * factor_stride + j);
             transpose(a, b, c, d);
-            double *to = panel.row(k) + j * side_by_side;
+            double *to = panel.row(r) + j * side_by_side;
             store(to, a);
             store(to + side_by_side, b);
             store(to + 2 * side_by_side, c);
@@ -335,12 +342,11 @@ inline void take_panel(const Panel<V> &panel, const FactorSet &f, const Tile &ti
     }
 }
 
-inline void take_panel(const Panel<S> &panel, const FactorSet &f, const Tile &tile, std::size_t n_rows)
+inline void take_group(const Panel<S> &panel, const FactorSet &f, const Tile &tile, std::size_t k)
 {
-    for (std::size_t k = 0; k < n_rows; ++k) {
-        for (std::size_t j = 0; j < panel.pivots; ++j)
-            panel.row(k)[j] = tile.values[k * f.padded + panel.first + j];
-    }
+    for (std::size_t r = k; r < k + rows_in_flight; ++r)
+        __builtin_memcpy(panel.row(r), tile.values + r * f.padded + panel.first,
+                         panel.pivots * sizeof(double));
 }
 
 // Puts the rotations of a group of rows among those of the block, one factor's together: read again and again there,
@@ -348,7 +354,6 @@ inline void take_panel(const Panel<S> &panel, const FactorSet &f, const Tile &ti
 inline void set_apart(const Panel<V> &panel, const Block &block, std::size_t k)
 {
     static_assert(panel_width % 2 == 0);
-    constexpr std::size_t size = rows_per_tile * h_stride;
     for (std::size_t r = k; r < k + rows_in_flight; ++r) {
         for (std::size_t i = 0; i < panel_width; i += 2) { // columns follow whole panels only
             const double *from = panel.rotation(r, i);
@@ -357,9 +362,9 @@ inline void set_apart(const Panel<V> &panel, const Block &block, std::size_t k)
             transpose(a, b, c, d);
             double *to = block.h + r * h_stride + 2 * (panel.first - block.first + i);
             store(to, a);
-            store(to + size, b);
-            store(to + 2 * size, c);
-            store(to + 3 * size, d);
+            store(to + h_size, b);
+            store(to + 2 * h_size, c);
+            store(to + 3 * h_size, d);
         }
     }
 }

@@ -22,14 +22,22 @@ constexpr std::size_t rows_at_once = 4;   // rows to which they are applied toge
 // many at once. A factor alone has no lanes to fill where rotations are set up, so its panels are narrower.
 constexpr std::size_t pivots_at_once = 4; // whose rotations are set up together
 constexpr std::size_t most_in_one_panel = 16, panel_width = 12, narrow_panel_width = pivots_at_once;
-constexpr std::size_t panel_stride =
-    most_in_one_panel; // in memory, whatever the width: kernels need a constant
+
+// From row to row in a panel, whatever its width, since kernels need a constant: an odd number of cache lines for four
+// factors, so that rows find places all over the cache.
+constexpr std::size_t panel_stride = most_in_one_panel + 2;
 
 // Panels of so many pivots in all make a block, whose rotations are applied together to the columns behind it.
 constexpr std::size_t pivots_in_block = 4 * panel_width;
 
 // From row to row of one factor's rotations: h12 and h21 of every pivot of a block.
 constexpr std::size_t h_stride = 2 * pivots_in_block;
+
+constexpr std::size_t line = 64 / sizeof(double); // numbers in a cache line
+
+// The rotations of the next factor lie a line further than a round number, so that all do not fight for the same places
+// in the cache.
+constexpr std::size_t h_size = rows_per_tile * h_stride + line;
 
 static_assert(rows_per_tile % rows_in_flight == 0 && rows_in_flight % rows_at_once == 0);
 static_assert(pivots_in_block % panel_width == 0 && panel_width % pivots_at_once == 0);
@@ -40,11 +48,15 @@ constexpr std::size_t whole_vectors(std::size_t n)
     return (n + side_by_side - 1) / side_by_side * side_by_side;
 }
 
+constexpr std::size_t whole_lines(std::size_t n)
+{
+    return (n + line - 1) / line * line;
+}
+
 // Wide rows are an odd number of cache lines apart, so that a strip of columns finds room in all sets of the cache.
 constexpr std::size_t padded_columns(std::size_t n)
 {
-    constexpr std::size_t line = 64 / sizeof(double);
-    return n <= most_in_one_panel ? whole_vectors(n) : ((n + line - 1) / line | 1) * line;
+    return n <= most_in_one_panel ? whole_vectors(n) : (whole_lines(n) / line | 1) * line;
 }
 
 // One factor, or four of them; the index of the factor runs fastest in all but `behind`. Row i stands for d_i r_i
@@ -66,11 +78,12 @@ struct FactorSet {
     // Row i of one of `count` factors, from its diagonal on.
     template <class T> void copy_row(std::size_t i, std::size_t factor, std::size_t count, T *row) const
     {
-        const std::size_t first = i / panel * panel;
+        const std::size_t first = i / panel * panel, end = first + panel < n ? first + panel : n;
         row[i] = diagonal[i * count + factor];
-        for (std::size_t j = i + 1; j < n; ++j)
-            row[j] = j < first + panel ? within[(i * panel_stride + j - first) * count + factor]
-                                       : row_behind(factor, i)[j];
+        for (std::size_t j = i + 1; j < end; ++j)
+            row[j] = within[(i * panel_stride + j - first) * count + factor];
+        const double *rest = row_behind(factor, i);
+        for (std::size_t j = end; j < n; ++j) row[j] = rest[j];
     }
 };
 
@@ -83,7 +96,7 @@ constexpr std::size_t panel_of(std::size_t n, std::size_t count)
 constexpr std::size_t factors_size(std::size_t n, std::size_t count)
 {
     const std::size_t with_padding = n > panel_of(n, count) ? n * padded_columns(n) : 0;
-    return count * (n * (4 + panel_stride) + with_padding);
+    return whole_lines(count * n * (4 + panel_stride)) + count * with_padding;
 }
 
 // `count` factors in memory of that size, which is null when there is none. All 0 is empty.
@@ -99,7 +112,7 @@ constexpr FactorSet factors_in_memory(std::size_t n, std::size_t count, double *
             memory + 2 * n * count,
             memory + 3 * n * count,
             within,
-            within + n * panel_stride * count};
+            memory + whole_lines(count * n * (4 + panel_stride))};
 }
 
 // Rows on their way into factors: for each factor rows_per_tile rows of `padded` values and their weights. The rows
@@ -115,18 +128,18 @@ constexpr std::size_t tile_values_size(std::size_t n, std::size_t count)
     return count * rows_per_tile * padded_columns(n);
 }
 
-// The scratch begins with the rows' panel, and h12 and h21 of the panel's rotations for a group of rows. Bytes for
-// exchanges with a block's pivots follow, and, where columns lie behind a panel, h12 and h21 of the block's rotations.
+// The scratch begins with a group of rows in a panel, and h12 and h21 of its rotations. Bytes for exchanges with a
+// block's pivots follow, and, where columns lie behind a panel, h12 and h21 of the block's rotations.
 constexpr std::size_t tile_panel_size(std::size_t count)
 {
-    return count * (rows_per_tile + 2 * rows_in_flight) * panel_stride;
+    return count * 3 * rows_in_flight * panel_stride;
 }
 
 constexpr std::size_t tile_exchanges_size = rows_per_tile * pivots_in_block / sizeof(double);
 
 constexpr std::size_t tile_scratch_size(std::size_t n, std::size_t count)
 {
-    const std::size_t of_block = n > panel_of(n, count) ? count * rows_per_tile * h_stride : 0;
+    const std::size_t of_block = n > panel_of(n, count) ? count * h_size : 0;
     return tile_panel_size(count) + tile_exchanges_size + of_block;
 }
 

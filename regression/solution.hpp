@@ -141,9 +141,12 @@ private:
     void find_rank(long double tolerance)
     {
         const auto &factor = fit_->factor;
-        for (std::size_t j = 0; j < n_ + responses_; ++j) {
+        const std::size_t columns = n_ + responses_;
+        for (std::size_t j = 0; j < columns; ++j)
             squares_[j] = factor.scale(0) * first_row_[j] * first_row_[j];
-            if (j > 0) squares_[j] += factor.crossproduct(1, j + 1, j, j);
+        for (std::size_t i = 1; i < columns; ++i) {
+            for (std::size_t j = i; j < columns; ++j)
+                squares_[j] += factor.scale(i) * factor.row(i)[j] * factor.row(i)[j];
         }
         rank_ = n_;
         for (std::size_t j = 0; j < n_; ++j) {
@@ -152,7 +155,7 @@ private:
             if (!dependent_[j]) continue;
             --rank_;
             fit_->factor.dissolve_row(j);
-            if (j == 0) std::fill_n(first_row_, n_ + responses_, 0.0L);
+            if (j == 0) std::fill_n(first_row_, columns, 0.0L);
         }
     }
 

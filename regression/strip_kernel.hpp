@@ -13,53 +13,95 @@ struct Strip {
     std::size_t stride; // from row to row, of both
     std::size_t pivots;
     const double *h;                // of the factor: row after row, pivot after pivot h12 and h21
-    const unsigned char *exchanges; // of all factors; lane_bit is this one's
+    const unsigned char *exchanges; // of all factors: the block's; lane_bit is this one's
     unsigned lane_bit;
 };
 
-// Applies the rotations of rows_at_once rows from row k on to the `vectors` vectors of a strip. The rows stay in
-// registers from the first pivot to the last, a pivot's row while all rows meet it. `ahead` fetches the pivots' rows of
-// the next strip, which lie too far apart for the processor to guess them. A function of its own, since the compiler
-// runs out of registers where it joins several.
-template <std::size_t vectors, bool with_exchanges, bool ahead>
-__attribute__((noinline)) void rotate_strip(const Strip &strip, std::size_t k)
+// Applies a rotation. One factor is loaded after the other has done its work, since registers are just enough.
+template <std::size_t vectors> inline void shear(V (&pivot)[vectors], V (&y)[vectors], const double *h)
+{
+    const V h12 = broadcast(h[0]);
+    for (std::size_t v = 0; v < vectors; ++v) pivot[v] = pivot[v] + h12 * y[v];
+    const V h21 = broadcast(h[1]);
+    for (std::size_t v = 0; v < vectors; ++v) y[v] = y[v] - h21 * pivot[v];
+}
+
+template <std::size_t vectors> inline void load_all(const double *from, V (&v)[vectors])
+{
+    for (std::size_t k = 0; k < vectors; ++k) v[k] = load(from + k * side_by_side);
+}
+
+template <std::size_t vectors> inline void store_all(double *to, const V (&v)[vectors])
+{
+    for (std::size_t k = 0; k < vectors; ++k) store(to + k * side_by_side, v[k]);
+}
+
+// Applies the rotations of rows_at_once rows from row k on with pivots first to end - 1 to the `vectors` vectors of a
+// strip; no rows change places. The rows stay in registers from the first pivot to the last, a pivot's row while all
+// rows meet it. `ahead` fetches the pivots' rows of the next strip, which lie too far apart for the processor to guess
+// them.
+template <std::size_t vectors, bool ahead>
+__attribute__((noinline)) void rotate_strip(const Strip &strip, std::size_t k, std::size_t first,
+                                            std::size_t end)
 {
     const std::size_t stride = strip.stride;
-    double *values = strip.values + k * stride, *pivot_row = strip.pivot_rows;
-    const double *h = strip.h + k * h_stride, *const h_end = h + 2 * strip.pivots;
-    const unsigned char *exchanges = strip.exchanges + k * pivots_in_block;
+    double *values = strip.values + k * stride, *pivot_row = strip.pivot_rows + first * stride;
+    const double *h = strip.h + k * h_stride + 2 * first, *const h_end = h + 2 * (end - first);
     V y[rows_at_once][vectors];
-    for (std::size_t r = 0; r < rows_at_once; ++r) {
-        for (std::size_t v = 0; v < vectors; ++v) y[r][v] = load(values + r * stride + side_by_side * v);
-    }
+    for (std::size_t r = 0; r < rows_at_once; ++r) load_all(values + r * stride, y[r]);
     do {
         if constexpr (ahead) {
             __builtin_prefetch(pivot_row + vectors * side_by_side);
             __builtin_prefetch(pivot_row + 2 * vectors * side_by_side - 1);
         }
         V pivot[vectors];
-        for (std::size_t v = 0; v < vectors; ++v) pivot[v] = load(pivot_row + side_by_side * v);
-        for (std::size_t r = 0; r < rows_at_once; ++r) {
-            if (with_exchanges && (exchanges[r * pivots_in_block] & strip.lane_bit) != 0) {
-                for (std::size_t v = 0; v < vectors; ++v) {
-                    const V old = pivot[v];
-                    pivot[v] = y[r][v];
-                    y[r][v] = old;
-                }
-            }
-            const V h12 = broadcast(h[r * h_stride]);
-            for (std::size_t v = 0; v < vectors; ++v) pivot[v] = pivot[v] + h12 * y[r][v];
-            const V h21 = broadcast(h[r * h_stride + 1]);
-            for (std::size_t v = 0; v < vectors; ++v) y[r][v] = y[r][v] - h21 * pivot[v];
-        }
-        for (std::size_t v = 0; v < vectors; ++v) store(pivot_row + side_by_side * v, pivot[v]);
+        load_all(pivot_row, pivot);
+        for (std::size_t r = 0; r < rows_at_once; ++r) shear(pivot, y[r], h + r * h_stride);
+        store_all(pivot_row, pivot);
         pivot_row += stride;
         h += 2;
-        ++exchanges;
     } while (h != h_end);
-    for (std::size_t r = 0; r < rows_at_once; ++r) {
-        for (std::size_t v = 0; v < vectors; ++v) store(values + r * stride + side_by_side * v, y[r][v]);
+    for (std::size_t r = 0; r < rows_at_once; ++r) store_all(values + r * stride, y[r]);
+}
+
+// The same with one pivot, some of whose rotations make rows change places.
+template <std::size_t vectors> void rotate_with_exchanges(const Strip &strip, std::size_t k, std::size_t i)
+{
+    double *pivot_row = strip.pivot_rows + i * strip.stride;
+    V pivot[vectors];
+    load_all(pivot_row, pivot);
+    for (std::size_t r = k; r < k + rows_at_once; ++r) {
+        V y[vectors];
+        load_all(strip.values + r * strip.stride, y);
+        if ((strip.exchanges[exchange_index(r, i)] & strip.lane_bit) != 0) {
+            for (std::size_t v = 0; v < vectors; ++v) {
+                const V old = pivot[v];
+                pivot[v] = y[v];
+                y[v] = old;
+            }
+        }
+        shear(pivot, y, strip.h + r * h_stride + 2 * i);
+        store_all(strip.values + r * strip.stride, y);
     }
+    store_all(pivot_row, pivot);
+}
+
+template <std::size_t vectors> void rotate_strip_with_exchanges(const Strip &strip, std::size_t k)
+{
+    const auto any_at = [&](std::size_t i) {
+        unsigned lanes;
+        static_assert(sizeof lanes == rows_at_once);
+        __builtin_memcpy(&lanes, strip.exchanges + exchange_index(k, i), sizeof lanes);
+        return (lanes & strip.lane_bit * 0x01010101U) != 0;
+    };
+    std::size_t first = 0;
+    for (std::size_t i = 0; i < strip.pivots; ++i) {
+        if (!any_at(i)) continue;
+        if (first < i) rotate_strip<vectors, false>(strip, k, first, i);
+        rotate_with_exchanges<vectors>(strip, k, i);
+        first = i + 1;
+    }
+    if (first < strip.pivots) rotate_strip<vectors, false>(strip, k, first, strip.pivots);
 }
 
 // `exchanged` has the lanes in which some row of a group changed places.
@@ -68,9 +110,9 @@ inline void rotate_strip_of_all(const Strip &strip, std::size_t n_rows, const un
 {
     for (std::size_t k = 0; k < n_rows; k += rows_at_once) {
         if (__builtin_expect((exchanged[k / rows_in_flight] & strip.lane_bit) != 0, 0))
-            rotate_strip<vectors, true, false>(strip, k);
-        else if (k + 2 * rows_at_once == n_rows) rotate_strip<vectors, false, true>(strip, k);
-        else rotate_strip<vectors, false, false>(strip, k);
+            rotate_strip_with_exchanges<vectors>(strip, k);
+        else if (k + 2 * rows_at_once == n_rows) rotate_strip<vectors, true>(strip, k, 0, strip.pivots);
+        else rotate_strip<vectors, false>(strip, k, 0, strip.pivots);
     }
 }
 
@@ -82,7 +124,7 @@ inline void rotate_strips(const FactorSet &f, const Tile &tile, const Block &blo
 {
     double *values = tile.values + factor * rows_per_tile * f.padded,
            *pivot_rows = f.row_behind(factor, block.first);
-    const double *h = block.h + factor * rows_per_tile * h_stride;
+    const double *h = block.h + factor * h_size;
     const auto strip = [&] {
         return Strip{values + column, pivot_rows + column, f.padded, pivots, h,
                      block.exchanges, 1u << factor};
