@@ -68,11 +68,20 @@ struct FactorSet {
     double *reciprocal_p, *reciprocal_diagonal; // of an empty row not used
     double *
         within; // n x panel_stride: r_ij for j behind i in the panel of i, at j less the panel's first column
-    double *behind; // factor after factor, n x padded: r_ij for j behind the panel of i
+    double *behind; // factor after factor, block after block: r_ij for j behind the panel of i
 
+    // Rows of a block have no room for columns before it.
+    std::size_t stride_behind(std::size_t i) const
+    {
+        return padded - i / pivots_in_block * pivots_in_block;
+    }
+
+    // Where r_ij lies that many elements behind, for j behind the panel of i.
     double *row_behind(std::size_t factor, std::size_t i) const
     {
-        return behind + (factor * n + i) * padded;
+        const std::size_t block = i / pivots_in_block, first = block * pivots_in_block;
+        return behind + factor * size_behind(n, padded) + size_before(block, padded) +
+               (i - first) * stride_behind(i) - first;
     }
 
     // Row i of one of `count` factors, from its diagonal on.
@@ -82,8 +91,21 @@ struct FactorSet {
         row[i] = diagonal[i * count + factor];
         for (std::size_t j = i + 1; j < end; ++j)
             row[j] = within[(i * panel_stride + j - first) * count + factor];
+        if (end == n) return;
         const double *rest = row_behind(factor, i);
         for (std::size_t j = end; j < n; ++j) row[j] = rest[j];
+    }
+
+    // Elements of one factor's rows in all blocks before block b.
+    static constexpr std::size_t size_before(std::size_t b, std::size_t padded)
+    {
+        return b * pivots_in_block * padded - pivots_in_block * pivots_in_block * (b * (b - 1) / 2);
+    }
+
+    static constexpr std::size_t size_behind(std::size_t n, std::size_t padded)
+    {
+        const std::size_t whole = n / pivots_in_block, first = whole * pivots_in_block;
+        return size_before(whole, padded) + (n - first) * (padded - first);
     }
 };
 
@@ -95,8 +117,8 @@ constexpr std::size_t panel_of(std::size_t n, std::size_t count)
 
 constexpr std::size_t factors_size(std::size_t n, std::size_t count)
 {
-    const std::size_t with_padding = n > panel_of(n, count) ? n * padded_columns(n) : 0;
-    return whole_lines(count * n * (4 + panel_stride)) + count * with_padding;
+    const std::size_t behind = n > panel_of(n, count) ? FactorSet::size_behind(n, padded_columns(n)) : 0;
+    return whole_lines(count * n * (4 + panel_stride)) + count * behind;
 }
 
 // `count` factors in memory of that size, which is null when there is none. All 0 is empty.

@@ -10,7 +10,7 @@ namespace {
 struct Strip {
     double *values; // of the first row
     double *pivot_rows;
-    std::size_t stride; // from row to row, of both
+    std::size_t stride, pivot_stride; // from row to row
     std::size_t pivots;
     const double *h;                // of the factor: row after row, pivot after pivot h12 and h21
     const unsigned char *exchanges; // of all factors: the block's; lane_bit is this one's
@@ -44,8 +44,8 @@ template <std::size_t vectors, bool ahead>
 __attribute__((noinline)) void rotate_strip(const Strip &strip, std::size_t k, std::size_t first,
                                             std::size_t end)
 {
-    const std::size_t stride = strip.stride;
-    double *values = strip.values + k * stride, *pivot_row = strip.pivot_rows + first * stride;
+    const std::size_t stride = strip.stride, pivot_stride = strip.pivot_stride;
+    double *values = strip.values + k * stride, *pivot_row = strip.pivot_rows + first * pivot_stride;
     const double *h = strip.h + k * h_stride + 2 * first, *const h_end = h + 2 * (end - first);
     V y[rows_at_once][vectors];
     for (std::size_t r = 0; r < rows_at_once; ++r) load_all(values + r * stride, y[r]);
@@ -58,7 +58,7 @@ __attribute__((noinline)) void rotate_strip(const Strip &strip, std::size_t k, s
         load_all(pivot_row, pivot);
         for (std::size_t r = 0; r < rows_at_once; ++r) shear(pivot, y[r], h + r * h_stride);
         store_all(pivot_row, pivot);
-        pivot_row += stride;
+        pivot_row += pivot_stride;
         h += 2;
     } while (h != h_end);
     for (std::size_t r = 0; r < rows_at_once; ++r) store_all(values + r * stride, y[r]);
@@ -67,7 +67,7 @@ __attribute__((noinline)) void rotate_strip(const Strip &strip, std::size_t k, s
 // The same with one pivot, some of whose rotations make rows change places.
 template <std::size_t vectors> void rotate_with_exchanges(const Strip &strip, std::size_t k, std::size_t i)
 {
-    double *pivot_row = strip.pivot_rows + i * strip.stride;
+    double *pivot_row = strip.pivot_rows + i * strip.pivot_stride;
     V pivot[vectors];
     load_all(pivot_row, pivot);
     for (std::size_t r = k; r < k + rows_at_once; ++r) {
@@ -125,8 +125,9 @@ inline void rotate_strips(const FactorSet &f, const Tile &tile, const Block &blo
     double *values = tile.values + factor * rows_per_tile * f.padded,
            *pivot_rows = f.row_behind(factor, block.first);
     const double *h = block.h + factor * h_size;
+    const std::size_t pivot_stride = f.stride_behind(block.first);
     const auto strip = [&] {
-        return Strip{values + column, pivot_rows + column, f.padded, pivots, h,
+        return Strip{values + column, pivot_rows + column, f.padded, pivot_stride, pivots, h,
                      block.exchanges, 1u << factor};
     };
     for (; column + 3 * side_by_side <= end && column + 4 * side_by_side != end; column += 3 * side_by_side)

@@ -286,10 +286,11 @@ TYPED_TEST(Regression, AgreesWithNormalEquations)
             expect_same(fit(d), reference(d), 8 * this->epsilon);
         }
     size_t mix = 0;
-    for (size_t n : {1, 2, 3, 5, 37, 1000, 5000, 70000})
-        for (size_t p : {1, 2, 7, 10, 15, 16, 17, 31, 70})
+    for (size_t n : {1, 2, 3, 5, 37, 1000, 5000, 40000})
+        for (size_t p : {1, 2, 7, 10, 15, 16, 17, 31, 100})
             for (int repeats = n < 1000 ? 8 : 1; repeats > 0; --repeats, ++mix) {
-                if (n > 5000 && p != 2 && p != 16 && p != 70) continue; // the reference takes its time
+                if (n > 5000 && p != 2 && p != 16 && p != 100) continue; // the reference takes its time
+                if (n < p && p == 100) continue; // and finds rounding to be of full rank
                 SCOPED_TRACE(testing::Message() << n << " x " << p << ", mix " << mix);
                 const bool intercept = mix % 3 != 0, missing = mix % 7 > 2, discrete = mix / 4 % 2 == 1;
                 const auto d = random_data<TypeParam>(n, p, mix % 5, intercept, mix % 4, missing, discrete);
