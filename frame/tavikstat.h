@@ -842,9 +842,9 @@ TAVIK_API void tavik_random_MT64_table_set(const uint64_t table[]);
  * A row whose frequency or weight is 0 is left out of the fit, but has a residual; a NaN in it makes that NaN, but is
  * not counted. A frequency or weight that is NaN counts as missing. Infinite values make results NaN. Where the mass
  * of a row times a value leaves the range of a double, or a result that of its type, results are infinite or NaN, or 0
- * at the lower end; with many rows, a value whose square times the mass is below 1e-280 counts as 0. Residuals that,
- * in the mean of squares, are below 2^-53 of their response (less the value that it is taken relative to) are its
- * rounding, and their sum of squares is 0.
+ * at the lower end; with many rows, a value whose square times the mass is below 1e-280 counts as 0, and masses above
+ * 1e290 can make results NaN. Residuals that, in the mean of squares, are below 2^-53 of their response (less the value
+ * that it is taken relative to) are its rounding, and their sum of squares is 0.
  *
  * Method: the rows are folded, one after another, into upper-triangular factors by modified Givens rotations
  * (Gentleman 1973, Hammarling 1974; rotations as in Lawson, Hanson, Kincaid and Krogh 1979). With an intercept,

@@ -73,15 +73,35 @@ constexpr std::size_t with_rest(std::size_t n_rows)
     return (n_rows + rows_in_flight - 1) / rows_in_flight * rows_in_flight;
 }
 
-// `count` rows of one of four factors from row `first` on, as data with a weight each. Empty rows are left out.
+// The scale of a row of one of four factors; NaN when it is lost.
+inline double scale_of_row(const FactorSet &four, std::size_t which, std::size_t i)
+{
+    const double scale = four.p[i * side_by_side + which] / four.diagonal[i * side_by_side + which];
+    return std::isfinite(scale) ? scale : not_a_number<double>;
+}
+
+// `count` rows of one of four factors from row `first` on, as data with a weight each. Empty rows are left out, and lost
+// ones, since zero times NaN would spoil what stands before them.
 inline void copy_rows(const FactorSet &four, std::size_t which, std::size_t first, std::size_t count,
                       double *values, double *weights, std::size_t weight_stride)
 {
     for (std::size_t i = first; i < first + count; ++i) {
-        const double diagonal = four.diagonal[i * side_by_side + which];
-        if (diagonal == 0) continue;
+        const double scale = scale_of_row(four, which, i);
+        if (four.diagonal[i * side_by_side + which] == 0 || std::isnan(scale)) continue;
         four.copy_row(i, which, side_by_side, values + (i - first) * four.padded);
-        weights[(i - first) * weight_stride] = four.p[i * side_by_side + which] / diagonal;
+        weights[(i - first) * weight_stride] = scale;
+    }
+}
+
+// Rows that are lost in one of four factors are lost in another, too, which is one of `count`.
+inline void lose_rows(const FactorSet &four, std::size_t which, const FactorSet &other, std::size_t factor,
+                      std::size_t count)
+{
+    for (std::size_t i = 0; i < four.n; ++i) {
+        if (four.diagonal[i * side_by_side + which] == 0 || !std::isnan(scale_of_row(four, which, i)))
+            continue;
+        for (double *of_rows : {other.p, other.diagonal, other.reciprocal_p, other.reciprocal_diagonal})
+            of_rows[i * count + factor] = not_a_number<double>;
     }
 }
 
@@ -128,6 +148,8 @@ public:
     void merge_into(const FactorSet &factors)
     {
         const std::size_t n = factors.n;
+        for (std::size_t which = 0; which < side_by_side; ++which)
+            lose_rows(factors_, which, factors, which, side_by_side);
         for (std::size_t first = 0; first < n; first += rows_per_tile) {
             const std::size_t count = std::min(rows_per_tile, n - first);
             std::fill_n(tile_.values, tile_values_size(n, side_by_side), 0.0);
@@ -223,6 +245,7 @@ inline bool unite(Fit &fit, Workspace &workspace)
     if (one.p == nullptr || tile.values == nullptr) return false;
     clear(one, 1);
     for (std::size_t which = 0; which < side_by_side; ++which) {
+        lose_rows(fit.many, which, one, 0, 1);
         for (std::size_t first = 0; first < n; first += rows_per_tile) {
             const std::size_t count = std::min(rows_per_tile, n - first);
             std::fill_n(tile.values, tile_values_size(n, 1), 0.0);

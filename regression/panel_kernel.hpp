@@ -171,7 +171,8 @@ template <class T> inline T larger(T a, T b)
 }
 
 // Does every row of the group weigh something in the pivot's column, and less than the pivot alone? One look at all of
-// them saves many at each. NaN may hide what comes before it, in a factor that is lost anyway.
+// them saves many at each. A pivot that is NaN hides all rows, even those without weight, in columns that are lost
+// anyway.
 template <class T, std::size_t count>
 inline bool all_are_plain(const Group<T> &group, const Pivot<T, count> &pivot)
 {
@@ -353,7 +354,6 @@ inline void take_group(const Panel<S> &panel, const FactorSet &f, const Tile &ti
 // they stay in the first-level cache.
 inline void set_apart(const Panel<V> &panel, const Block &block, std::size_t k)
 {
-    static_assert(panel_width % 2 == 0);
     for (std::size_t r = k; r < k + rows_in_flight; ++r) {
         for (std::size_t i = 0; i < panel_width; i += 2) { // columns follow whole panels only
             const double *from = panel.rotation(r, i);

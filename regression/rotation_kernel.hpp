@@ -1,6 +1,7 @@
 // The rotation kernels, written once. A file of a few lines compiles them for each instruction level; everything
 // here and in the kernels it is made of has internal linkage, so that no level's code can stand in for another's at
 // link time.
+#pragma once
 
 #include "reading_kernel.hpp"
 #include "strip_kernel.hpp"

@@ -2,9 +2,10 @@
 //
 // Four factors grow side by side, one a lane of a vector, so that rotations are set up four at a time. Each is
 // fed from a part of the rows of its own; a factor is merged into another as if its rows were data.
-// A rotation whose new row outweighs the pivot's first exchanges the two, so the multipliers are bounded. What remains
-// is always a pair of shears, each done in place: the pivot's row takes h12 times the new row, which then loses h21
-// times what has become of the pivot's. Against (1 h12; -h21 1) this moves a factor from the new row to its scale.
+// A rotation whose new row outweighs the pivot's first exchanges the two, so the multipliers are bounded unless squares
+// overflow. What remains is always a pair of shears, each done in place: the pivot's row takes h12 times the new row,
+// which then loses h21 times what has become of the pivot's. Against (1 h12; -h21 1) this moves a factor from the new
+// row to its scale.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +16,7 @@ namespace tavik::regression {
 constexpr std::size_t side_by_side = 4;   // factors in a set, and columns in a vector
 constexpr std::size_t rows_per_tile = 32; // of each factor
 constexpr std::size_t rows_in_flight = 8; // rows that meet a pivot one after the other
-constexpr std::size_t rows_at_once = 4;   // rows to which they are applied together
+constexpr std::size_t rows_at_once = 4;   // rows to which rotations are applied together
 
 // Up to `most_in_one_panel` columns four factors are one panel, and all columns are rotated where rotations are set up.
 // Wider ones have panels of panel_width, which strips of columns divide; columns behind a panel are rotated afterwards,
@@ -33,15 +34,22 @@ constexpr std::size_t pivots_in_block = 4 * panel_width;
 // From row to row of one factor's rotations: h12 and h21 of every pivot of a block.
 constexpr std::size_t h_stride = 2 * pivots_in_block;
 
-constexpr std::size_t line = 64 / sizeof(double); // numbers in a cache line
+constexpr std::size_t cache_line = 64 / sizeof(double); // numbers in a cache line
 
 // The rotations of the next factor lie a line further than a round number, so that all do not fight for the same places
 // in the cache.
-constexpr std::size_t h_size = rows_per_tile * h_stride + line;
+constexpr std::size_t h_size = rows_per_tile * h_stride + cache_line;
 
+static_assert(side_by_side <= 8); // bits of a byte
 static_assert(rows_per_tile % rows_in_flight == 0 && rows_in_flight % rows_at_once == 0);
-static_assert(pivots_in_block % panel_width == 0 && panel_width % pivots_at_once == 0);
 static_assert(rows_per_tile * pivots_in_block % sizeof(double) == 0);
+static_assert(panel_width % pivots_at_once == 0 && panel_width % side_by_side == 0 &&
+              panel_width <= most_in_one_panel);
+static_assert(panel_stride >= most_in_one_panel &&
+              most_in_one_panel % side_by_side == 0); // whole vectors are taken
+static_assert(pivots_in_block % panel_width == 0 && pivots_in_block % narrow_panel_width == 0);
+static_assert(pivots_in_block % (2 * cache_line) ==
+              0); // rows of all blocks stay an odd number of lines apart
 
 constexpr std::size_t whole_vectors(std::size_t n)
 {
@@ -50,13 +58,13 @@ constexpr std::size_t whole_vectors(std::size_t n)
 
 constexpr std::size_t whole_lines(std::size_t n)
 {
-    return (n + line - 1) / line * line;
+    return (n + cache_line - 1) / cache_line * cache_line;
 }
 
 // Wide rows are an odd number of cache lines apart, so that a strip of columns finds room in all sets of the cache.
 constexpr std::size_t padded_columns(std::size_t n)
 {
-    return n <= most_in_one_panel ? whole_vectors(n) : (whole_lines(n) / line | 1) * line;
+    return n <= most_in_one_panel ? whole_vectors(n) : (whole_lines(n) / cache_line | 1) * cache_line;
 }
 
 // One factor, or four of them; the index of the factor runs fastest in all but `behind`. Row i stands for d_i r_i
@@ -200,7 +208,7 @@ struct RotationKernels {
     std::size_t (*read_d)(const RowSource<double> &rows, std::int64_t &next, std::int64_t end,
                           std::size_t most, const RowTarget &to, RowTally &tally);
     // Fold the first n_rows rows of the tile, a multiple of rows_in_flight, into four factors, or one; the rows are 0
-    // before column first_column, with which a panel begins.
+    // before column first_column.
     void (*fold_four)(const FactorSet &factors, const Tile &tile, std::size_t n_rows,
                       std::size_t first_column);
     void (*fold_one)(const FactorSet &factor, const Tile &tile, std::size_t n_rows, std::size_t first_column);

@@ -26,20 +26,20 @@ template <std::size_t vectors> inline void shear(V (&pivot)[vectors], V (&y)[vec
     for (std::size_t v = 0; v < vectors; ++v) y[v] = y[v] - h21 * pivot[v];
 }
 
-template <std::size_t vectors> inline void load_all(const double *from, V (&v)[vectors])
+template <std::size_t vectors> inline void load_vectors(const double *from, V (&v)[vectors])
 {
     for (std::size_t k = 0; k < vectors; ++k) v[k] = load(from + k * side_by_side);
 }
 
-template <std::size_t vectors> inline void store_all(double *to, const V (&v)[vectors])
+template <std::size_t vectors> inline void store_vectors(double *to, const V (&v)[vectors])
 {
     for (std::size_t k = 0; k < vectors; ++k) store(to + k * side_by_side, v[k]);
 }
 
-// Applies the rotations of rows_at_once rows from row k on with pivots first to end - 1 to the `vectors` vectors of a
-// strip; no rows change places. The rows stay in registers from the first pivot to the last, a pivot's row while all
-// rows meet it. `ahead` fetches the pivots' rows of the next strip, which lie too far apart for the processor to guess
-// them.
+// Applies the rotations of rows_at_once rows from row k on with pivots first to end - 1, one at least, to the `vectors`
+// vectors of a strip; no rows change places. The rows stay in registers from the first pivot to the last, a pivot's row
+// while all rows meet it. `ahead` fetches what follows in the pivots' rows, mostly the next strip: they lie too far
+// apart for the processor to guess them.
 template <std::size_t vectors, bool ahead>
 __attribute__((noinline)) void rotate_strip(const Strip &strip, std::size_t k, std::size_t first,
                                             std::size_t end)
@@ -48,20 +48,20 @@ __attribute__((noinline)) void rotate_strip(const Strip &strip, std::size_t k, s
     double *values = strip.values + k * stride, *pivot_row = strip.pivot_rows + first * pivot_stride;
     const double *h = strip.h + k * h_stride + 2 * first, *const h_end = h + 2 * (end - first);
     V y[rows_at_once][vectors];
-    for (std::size_t r = 0; r < rows_at_once; ++r) load_all(values + r * stride, y[r]);
+    for (std::size_t r = 0; r < rows_at_once; ++r) load_vectors(values + r * stride, y[r]);
     do {
         if constexpr (ahead) {
             __builtin_prefetch(pivot_row + vectors * side_by_side);
             __builtin_prefetch(pivot_row + 2 * vectors * side_by_side - 1);
         }
         V pivot[vectors];
-        load_all(pivot_row, pivot);
+        load_vectors(pivot_row, pivot);
         for (std::size_t r = 0; r < rows_at_once; ++r) shear(pivot, y[r], h + r * h_stride);
-        store_all(pivot_row, pivot);
+        store_vectors(pivot_row, pivot);
         pivot_row += pivot_stride;
         h += 2;
     } while (h != h_end);
-    for (std::size_t r = 0; r < rows_at_once; ++r) store_all(values + r * stride, y[r]);
+    for (std::size_t r = 0; r < rows_at_once; ++r) store_vectors(values + r * stride, y[r]);
 }
 
 // The same with one pivot, some of whose rotations make rows change places.
@@ -69,10 +69,10 @@ template <std::size_t vectors> void rotate_with_exchanges(const Strip &strip, st
 {
     double *pivot_row = strip.pivot_rows + i * strip.pivot_stride;
     V pivot[vectors];
-    load_all(pivot_row, pivot);
+    load_vectors(pivot_row, pivot);
     for (std::size_t r = k; r < k + rows_at_once; ++r) {
         V y[vectors];
-        load_all(strip.values + r * strip.stride, y);
+        load_vectors(strip.values + r * strip.stride, y);
         if ((strip.exchanges[exchange_index(r, i)] & strip.lane_bit) != 0) {
             for (std::size_t v = 0; v < vectors; ++v) {
                 const V old = pivot[v];
@@ -81,9 +81,9 @@ template <std::size_t vectors> void rotate_with_exchanges(const Strip &strip, st
             }
         }
         shear(pivot, y, strip.h + r * h_stride + 2 * i);
-        store_all(strip.values + r * strip.stride, y);
+        store_vectors(strip.values + r * strip.stride, y);
     }
-    store_all(pivot_row, pivot);
+    store_vectors(pivot_row, pivot);
 }
 
 template <std::size_t vectors> void rotate_strip_with_exchanges(const Strip &strip, std::size_t k)
@@ -104,7 +104,8 @@ template <std::size_t vectors> void rotate_strip_with_exchanges(const Strip &str
     if (first < strip.pivots) rotate_strip<vectors, false>(strip, k, first, strip.pivots);
 }
 
-// `exchanged` has the lanes in which some row of a group changed places.
+// `exchanged` has the lanes in which some row of a group changed places. The last rows but rows_at_once fetch ahead, so
+// that what they fetch comes in time and is not driven out again.
 template <std::size_t vectors>
 inline void rotate_strip_of_all(const Strip &strip, std::size_t n_rows, const unsigned *exchanged)
 {

@@ -398,6 +398,16 @@ TYPED_TEST(Regression, MissingAndInfiniteValues)
                 sizeof(Real) == 4 ? 1e38 : 1e200; // its square overflows
             expect_near("coefficients", run(d), reference(d).b, 8 * this->epsilon);
         }
+    for (size_t n :
+         {50, 5000, 40000}) { // a NaN in one response leaves the other alone, however many factors are merged
+        auto d = random_data<Real>(n, 30, 2, true);
+        const auto due = run(d);
+        d.y[0] = nan;
+        const auto seen = run(d, TAVIK_KEEP_MISSING);
+        for (size_t k = 0; k < 31; ++k) EXPECT_TRUE(std::isnan(seen[k])) << n << ", " << k;
+        expect_near("other response", {seen.begin() + 31, seen.end()}, {due.begin() + 31, due.end()},
+                    8 * this->epsilon);
+    }
 }
 
 // Slopes and errors do not depend on where zero is, and lose no digits when it is far away.
