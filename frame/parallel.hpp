@@ -119,14 +119,19 @@ public:
         });
     }
 
-    // Inside lead(): body(thread) on this thread and on any others.
-    template <class Body> void run(const Body &body)
+    // Inside lead(): from start() on any other threads are at body(thread), while this one does something else; with
+    // finish() it joins them, and the part is done.
+    template <class Body> void start(const Body &body)
     {
         body_ = &body;
         run_body_ = [](const void *of, int thread) { (*static_cast<const Body *>(of))(thread); };
         inside_.store(0, std::memory_order_release);
         call();
-        body(0);
+    }
+
+    void finish()
+    {
+        run_body_(body_, 0);
         inside_.fetch_or(closed, std::memory_order_acq_rel);
         wait_until(inside_, [](int inside) { return inside == closed; });
     }

@@ -51,6 +51,21 @@ public:
         return {now_, base_, now_ + centres_->n_clusters, base_ + centres_->n_clusters};
     }
 
+    static constexpr std::size_t copy_size(std::size_t n_clusters)
+    {
+        return 2 * (n_clusters + 1);
+    }
+
+    // A table of the drifts as they are now, in memory of that size.
+    DriftTable copy(double *now) const
+    {
+        const std::size_t n = centres_->n_clusters;
+        double *base = now + n + 1;
+        std::copy_n(now_, n + 1, now);
+        std::copy_n(base_, n + 1, base);
+        return {now, base, now + n, base + n};
+    }
+
     // How far centres have moved, at most, since the span began.
     double since_start() const
     {

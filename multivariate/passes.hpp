@@ -1,13 +1,19 @@
 // How the passes of a stage go through the rows: which rows are looked at, and in what order work is done.
 //
 // Section by section, a pass scans the slacks of the rows for those that may be used up before drifts have grown by a
-// margin, which is foreseen from the pass and the section before. What is used up is brought up to date; threads take
-// turns at slots of rows for that. Then those where it did not help are looked at, in the order of the rows. Should
-// drifts grow by more than the margin, the rest of the section is scanned again. Rows that the next few passes may need
-// are listed, and as long as drifts keep to what was foreseen, these scan the list alone.
+// margin, which is foreseen from the pass and the section before. What is used up is brought up to date. Then those
+// where it did not help are looked at, in the order of the rows. Should drifts grow by more than the margin, the rest of
+// the section is scanned again. Rows that the next few passes may need are listed, and as long as drifts keep to what
+// was foreseen, these scan the list alone.
+//
+// With threads, one of them looks at a section while the others scan the next, from a copy of the centres and drifts; it
+// joins them when it is through. They take turns at slots of rows.
 #pragma once
 
 #include "slacks.hpp"
+
+#include <numeric>
+#include <optional>
 
 namespace tavik::multivariate {
 
@@ -49,41 +55,32 @@ public:
                           threads = static_cast<std::size_t>(std::max(optimal.threads, quick.threads));
         listed_ = workspace.array_or_null<int>(n_slots * list_stride);
         n_listed_ = workspace.array_or_null<int>(n_slots);
-        near_ = workspace.array_or_null<int>(most_at_once);
         open_ = workspace.array_or_null<int>(threads * 2 * rows_per_slot);
-        proposals_ = workspace.array_or_null<Proposal>(at_once(optimal));
-        found_ = workspace.array_or_null<Found>(most_at_once / rows_per_slot);
-        return listed_ != nullptr && n_listed_ != nullptr && near_ != nullptr && open_ != nullptr &&
-               proposals_ != nullptr && found_ != nullptr && slacks.prepare(partition, workspace);
+        bool prepared = listed_ != nullptr && n_listed_ != nullptr && open_ != nullptr;
+        for (Section &section : sections_) {
+            section.near = workspace.array_or_null<int>(most_at_once);
+            section.proposals = workspace.array_or_null<Proposal>(at_once(optimal));
+            section.found = workspace.array_or_null<Found>(most_at_once / rows_per_slot);
+            prepared = prepared && section.near != nullptr && section.proposals != nullptr &&
+                       section.found != nullptr;
+        }
+        return prepared && slacks.prepare(partition, workspace);
     }
 
     // Goes through all rows in their order. False when none moved.
     template <class Stage> bool go_through(const Stage &stage, Course &course)
     {
         slacks.start_pass(Stage::is_optimal);
-        ScanMargins margins = {first_margin(course), passes_listed * course.last_growth};
-        if (course.room >= 0) margins.kept = std::min(margins.kept, course.room);
-        double growth = 0; // up to where the anchors were set last
+        kept_ = passes_listed * course.last_growth;
+        if (course.room >= 0) kept_ = std::min(kept_, course.room);
+        growth_ = 0;
         bool moved = false;
-        for (int row = 0; row < n_;) {
-            if (row > 0 && row % course.rows_between_anchors == 0) {
-                growth += slacks.growth();
-                slacks.set_anchors(Stage::is_optimal);
-            }
-            const int rows_left = course.rows_at_once - row % course.rows_at_once;
-            const int end = row + std::min(n_ - row, rows_left);
-            // Rows that this pass has dropped from the list may be near once the margin has grown.
-            const double most_growth = slacks.growth() + margins.near;
-            const bool from_list = growth + most_growth <= course.room && most_growth <= margins.kept;
-            slacks.start_scan();
-            scan<Stage>(row, end, course, from_list, margins);
-            row = look_at_near(stage, row, end, margins.near, moved);
-            margins.near = next_margin(course, slacks.growth_since_scan());
-        }
-        course.last_growth = growth + slacks.growth();
+        if (course.threads > 1) go_ahead(stage, course, moved);
+        else go_step_by_step(stage, course, moved);
+        course.last_growth = growth_ + slacks.growth();
         if (course.is_first) course.first_growth = course.last_growth;
         course.is_first = false;
-        course.room = margins.kept - course.last_growth;
+        course.room = kept_ - course.last_growth;
         return moved;
     }
 
@@ -102,6 +99,17 @@ private:
     // In a slot that has been scanned.
     struct Found {
         int near, proposals;
+    };
+
+    // Consecutive rows that are scanned together, and what that has found, slot by slot.
+    struct Section {
+        int first, end;
+        double margin;     // by which drifts may grow from the scan to the last row
+        double growth = 0; // by which they have, up to the last mark
+        bool from_list;
+        int *near = nullptr; // rows
+        Proposal *proposals = nullptr;
+        Found *found = nullptr;
     };
 
     static constexpr int rows_ahead = 8; // that are fetched before they are looked at
@@ -139,10 +147,11 @@ private:
     }
 
     // By which drifts may grow between a scan of a section and the end of its rows: at first twice a section's part of
-    // what they have grown by in the pass before.
+    // what they have grown by in the pass before, and of two sections when one is scanned ahead.
     double first_margin(const Course &course) const
     {
-        return 2 * course.last_growth * std::min(1.0, static_cast<double>(course.rows_at_once) / n_);
+        const double sections = course.threads > 1 ? 2 : 1;
+        return 2 * course.last_growth * std::min(1.0, sections * course.rows_at_once / n_);
     }
 
     // Afterwards twice what it was in the section before, but not so little that after a quiet section every move makes
@@ -150,6 +159,93 @@ private:
     double next_margin(const Course &course, double growth) const
     {
         return std::isfinite(growth) ? std::max(2 * growth, first_margin(course) / 4) : infinity<double>;
+    }
+
+    // Of the section that this row begins, or lies in.
+    int end_of_section(int row, const Course &course) const
+    {
+        return row + std::min(n_ - row, course.rows_at_once - row % course.rows_at_once);
+    }
+
+    // A section is about to be scanned, or the rest of one anew. Rows that this pass has dropped from the list may be
+    // near once the margin has grown.
+    void set_out(Section &section, int first, int end, double margin, const Course &course)
+    {
+        section.first = first;
+        section.end = end;
+        section.margin = margin;
+        section.from_list =
+            growth_ + slacks.growth() + margin <= course.room && section.growth + margin <= kept_;
+    }
+
+    template <class Stage> void go_step_by_step(const Stage &stage, Course &course, bool &moved)
+    {
+        Section &section = sections_[0];
+        double margin = first_margin(course);
+        for (int row = 0; row < n_;) {
+            if (row > 0 && row % course.rows_between_anchors == 0) set_anchors(Stage::is_optimal);
+            section.growth = slacks.growth();
+            slacks.start_scan();
+            set_out(section, row, end_of_section(row, course), margin, course);
+            scan_alone<Stage>(section);
+            row = look_at_near(stage, section, margin, moved);
+            margin = next_margin(course, slacks.growth_since_scan());
+        }
+    }
+
+    template <class Stage> void go_ahead(const Stage &stage, Course &course, bool &moved)
+    {
+        Section *section = &sections_[1], *next = &sections_[0];
+        SlackSource source{};
+        std::optional<OrderedPieces> slots;
+        bool in_work = false;
+        const auto scan_part = [&](int thread) { scan_slots<Stage>(*next, source, *slots, thread); };
+        const auto start = [&](int row, double margin) {
+            source = slacks.copy_source();
+            next->growth = 0;
+            set_out(*next, row, end_of_section(row, course), margin, course);
+            slots.emplace(count_slots(*next));
+            in_work = count_rows(*next) >= course.least_rows_at_once;
+            if (in_work) crew_.start(scan_part);
+            else scan_part(0);
+        };
+        slacks.start_scan();
+        start(0, first_margin(course));
+        double growth_of_section = 0;
+        for (int row = 0; row < n_; row = section->end) {
+            if (in_work) crew_.finish();
+            std::swap(section, next);
+            if (row > 0) set_anchors(Stage::is_optimal);
+            slacks.start_scan();
+            Section *ahead = section->end < n_ ? next : nullptr;
+            if (ahead != nullptr)
+                start(section->end, row > 0 ? next_margin(course, growth_of_section) : first_margin(course));
+            double margin = section->margin - section->growth;
+            int done = margin > 0 ? look_at_near(stage, *section, margin, moved) : row;
+            for (; done < section->end; done = look_at_near(stage, *section, margin, moved)) {
+                count_growth(*section, ahead);
+                margin = next_margin(course, section->growth);
+                set_out(*section, done, section->end, margin, course);
+                scan_alone<Stage>(*section);
+            }
+            count_growth(*section, ahead);
+            growth_of_section = section->growth;
+        }
+    }
+
+    // Drifts have grown since the scans of these sections, of which there may be one.
+    void count_growth(Section &section, Section *ahead)
+    {
+        const double growth = slacks.growth_since_scan();
+        section.growth += growth;
+        if (ahead != nullptr) ahead->growth += growth;
+        slacks.start_scan();
+    }
+
+    void set_anchors(bool is_optimal)
+    {
+        growth_ += slacks.growth();
+        slacks.set_anchors(is_optimal);
     }
 
     static int slot_of(int row)
@@ -162,48 +258,59 @@ private:
         return slot_of(n - 1) + 1;
     }
 
-    // Finds the rows of a section that are near, and brings slacks up to date.
-    template <class Stage>
-    void scan(int row, int end, const Course &course, bool from_list, const ScanMargins &margins)
+    static int count_slots(const Section &section)
     {
-        const int first_slot = slot_of(row);
-        int n_rows = from_list ? 0 : end - row;
-        for (int slot = first_slot; from_list && slot <= slot_of(end - 1); ++slot) n_rows += n_listed_[slot];
-        OrderedPieces slots(slot_of(end - 1) - first_slot + 1);
-        const auto scan_slots = [&](int thread) {
-            for (std::int64_t k = slots.take(); k >= 0; k = slots.take()) {
-                const int slot = first_slot + static_cast<int>(k), first = slot * rows_per_slot;
-                scan_slot<Stage>(slot, k, std::max(row, first), std::min(end - first, rows_per_slot) + first,
-                                 thread, from_list, margins);
-            }
-        };
-        if (course.threads > 1 && n_rows >= course.least_rows_at_once) crew_.run(scan_slots);
-        else scan_slots(0);
+        return slot_of(section.end - 1) - slot_of(section.first) + 1;
+    }
+
+    int count_rows(const Section &section) const
+    {
+        if (!section.from_list) return section.end - section.first;
+        const int *of_slots = n_listed_ + slot_of(section.first);
+        return std::accumulate(of_slots, of_slots + count_slots(section), 0);
+    }
+
+    // Finds the rows of a section that are near, and brings slacks up to date.
+    template <class Stage> void scan_alone(const Section &section)
+    {
+        OrderedPieces slots(count_slots(section));
+        scan_slots<Stage>(section, slacks.source(), slots, 0);
+    }
+
+    // The part of one of the threads that do this together.
+    template <class Stage>
+    void scan_slots(const Section &section, const SlackSource &source, OrderedPieces &slots, int thread)
+    {
+        for (std::int64_t k = slots.take(); k >= 0; k = slots.take())
+            scan_slot<Stage>(section, static_cast<int>(k), source, thread);
     }
 
     // The k-th slot of a section.
     template <class Stage>
-    void scan_slot(int slot, std::int64_t k, int row, int end, int thread, bool from_list,
-                   const ScanMargins &margins)
+    void scan_slot(const Section &section, int k, const SlackSource &source, int thread)
     {
+        const int slot = slot_of(section.first) + k, first = slot * rows_per_slot,
+                  row = std::max(section.first, first),
+                  end = std::min(section.end - first, rows_per_slot) + first;
         int *listed = listed_ + static_cast<std::ptrdiff_t>(slot) * list_stride;
-        if (row % rows_per_slot == 0 && !from_list) n_listed_[slot] = 0;
+        if (row == first && !section.from_list) n_listed_[slot] = 0;
         const auto n_before =
             static_cast<int>(std::lower_bound(listed, listed + n_listed_[slot], row) - listed);
-        const int n_rows = from_list ? n_listed_[slot] - n_before : end - row;
-        int *near = near_ + k * rows_per_slot, *own_open = open_ + std::ptrdiff_t{thread} * 2 * rows_per_slot,
+        const int n_rows = section.from_list ? n_listed_[slot] - n_before : end - row;
+        const std::ptrdiff_t at = std::ptrdiff_t{k} * rows_per_slot;
+        int *near = section.near + at, *own_open = open_ + std::ptrdiff_t{thread} * 2 * rows_per_slot,
             *others_open = own_open + rows_per_slot;
         const ScanCounts counts = distance_kernels().scan(
-            slacks.table(), Stage::is_optimal, row, from_list ? listed + n_before : nullptr, n_rows, margins,
-            {near, listed + n_before, own_open, others_open});
+            source.table, Stage::is_optimal, row, section.from_list ? listed + n_before : nullptr, n_rows,
+            {section.margin, kept_}, {near, listed + n_before, own_open, others_open});
         n_listed_[slot] = n_before + counts.kept;
-        slacks.renew_own(own_open, counts.own_open);
+        slacks.renew_own(source, own_open, counts.own_open);
         int n_proposals = 0;
         if (Stage::is_optimal && renews_all_)
             n_proposals =
-                slacks.renew_all(others_open, counts.others_open, thread, proposals_ + k * rows_per_slot);
-        found_[k] = {
-            distance_kernels().keep_near(slacks.table(), Stage::is_optimal, near, counts.near, margins.near),
+                slacks.renew_all(source, others_open, counts.others_open, thread, section.proposals + at);
+        section.found[k] = {
+            distance_kernels().keep_near(source.table, Stage::is_optimal, near, counts.near, section.margin),
             n_proposals};
     }
 
@@ -221,19 +328,21 @@ private:
         __builtin_prefetch(table.second + i);
     }
 
-    // Looks at the near rows whose slack is used up, until drifts have grown by more than the margin. Returns the row
-    // up to which all are done.
-    template <class Stage> int look_at_near(const Stage &stage, int row, int end, double margin, bool &moved)
+    // Looks at the near rows whose slack is used up, until drifts have grown by more than the margin since they were
+    // counted last. Returns the row up to which all are done.
+    template <class Stage>
+    int look_at_near(const Stage &stage, const Section &section, double margin, bool &moved)
     {
         const SlackTable &table = slacks.table();
-        for (int k = 0; k <= slot_of(end - 1) - slot_of(row); ++k) {
-            const int *near = near_ + std::ptrdiff_t{k} * rows_per_slot;
+        for (int k = 0; k < count_slots(section); ++k) {
+            const int *near = section.near + std::ptrdiff_t{k} * rows_per_slot,
+                      n_near = section.found[k].near;
             const std::ptrdiff_t first_proposal = Stage::is_optimal ? std::ptrdiff_t{k} * rows_per_slot : 0;
-            const Proposal *proposal = proposals_ + first_proposal,
-                           *proposals_end = proposal + found_[k].proposals;
-            for (int j = 0; j < found_[k].near; ++j) {
+            const Proposal *proposal = section.proposals + first_proposal,
+                           *proposals_end = proposal + section.found[k].proposals;
+            for (int j = 0; j < n_near; ++j) {
                 const int i = near[j];
-                if (j + rows_ahead < found_[k].near) prefetch(near[j + rows_ahead]);
+                if (j + rows_ahead < n_near) prefetch(near[j + rows_ahead]);
                 if (Stage::slack(table, i) > 0) continue;
                 while (proposal != proposals_end && proposal->row < i) ++proposal;
                 const bool is_proposed = proposal != proposals_end && proposal->row == i;
@@ -242,7 +351,7 @@ private:
                 if (slacks.growth_since_scan() > margin) return i + 1;
             }
         }
-        return end;
+        return section.end;
     }
 
     const Partition<Real> *partition_ = nullptr;
@@ -251,9 +360,9 @@ private:
     bool renews_all_ = false; // in optimal stages; otherwise these slacks come from looking
     int *listed_ = nullptr, *n_listed_ = nullptr; // rows, slot by slot, and how many of each
     int *open_ = nullptr;                         // of each thread: rows whose slacks are used up
-    int *near_ = nullptr;                         // of each slot of a section, with what else was found
-    Proposal *proposals_ = nullptr;
-    Found *found_ = nullptr;
+    Section sections_[2];                         // that is looked at, and that is scanned meanwhile
+    double kept_ = 0;                             // rows with less slack are listed
+    double growth_ = 0; // of drifts in this pass, up to where the anchors were set last
 };
 
 } // namespace tavik::multivariate

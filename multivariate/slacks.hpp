@@ -8,7 +8,16 @@
 #include "drift.hpp"
 #include "partition.hpp"
 
+#include <utility>
+
 namespace tavik::multivariate {
+
+// What slacks are made of and compared with. As a copy, it stands still while centres move: a slack from it holds as if
+// it had been made when it was copied.
+struct SlackSource {
+    SlackTable table; // of which rows are never copied
+    Centres centres;
+};
 
 template <class Real> class Slacks {
 public:
@@ -20,7 +29,8 @@ public:
         until_ = workspace.array_or_null<double>(2 * static_cast<std::size_t>(partition.observations.n));
         factors_ = workspace.array_or_null<double>(3 * centres.padded_clusters);
         certain_masses_ = workspace.array_or_null<double>(centres.n_clusters);
-        return until_ != nullptr && factors_ != nullptr && certain_masses_ != nullptr &&
+        copies_ = workspace.array_or_null<double>(copy_size());
+        return until_ != nullptr && factors_ != nullptr && certain_masses_ != nullptr && copies_ != nullptr &&
                drift_.prepare(centres, workspace) && drift_of_cycles_.prepare(centres, workspace);
     }
 
@@ -55,6 +65,32 @@ public:
     const SlackTable &table() const
     {
         return table_;
+    }
+
+    SlackSource source() const
+    {
+        return {table_, partition_->centres};
+    }
+
+    // The one copy that there is, as of now.
+    SlackSource copy_source() const
+    {
+        SlackSource copy = source();
+        const Centres &centres = partition_->centres;
+        double *to = copies_;
+        const auto put = [&](const double *from, std::size_t size) {
+            std::copy_n(from, size, to);
+            return std::exchange(to, to + size);
+        };
+        copy.centres.rows = put(centres.rows, centres.rows_size());
+        copy.centres.by_variable = put(centres.by_variable, centres.n_variables * centres.padded_clusters);
+        const double *factors = put(factors_, 3 * centres.padded_clusters);
+        copy.table.shares = factors + (shares_ - factors_);
+        copy.table.root_of_gain = factors + (root_of_gain_ - factors_);
+        copy.table.inverse_of_loss = factors + (inverse_of_loss_ - factors_);
+        copy.table.drift = drift_.copy(to);
+        copy.table.drift_of_cycles = drift_of_cycles_.copy(to + Drift::copy_size(centres.n_clusters));
+        return copy;
     }
 
     // A pass over the rows begins. The second slacks are for passes of optimal stages.
@@ -124,15 +160,16 @@ public:
                                              found, n_found);
     }
 
-    // Bring slacks of rows up to date, as long as nothing moves. Only slacks change, and no decision depends on them.
-    void renew_own(const int *rows, int n) const
+    // Bring slacks of rows up to date, from a source that stands still. Only slacks change, and no decision depends on
+    // them.
+    void renew_own(const SlackSource &source, const int *rows, int n) const
     {
-        slack_kernels<Real>().renew_own(table_, from_, partition_->centres, rows, n);
+        slack_kernels<Real>().renew_own(source.table, from_, source.centres, rows, n);
     }
 
-    int renew_all(const int *rows, int n, int thread, Proposal *proposals) const
+    int renew_all(const SlackSource &source, const int *rows, int n, int thread, Proposal *proposals) const
     {
-        return slack_kernels<Real>().renew_all(table_, from_, partition_->centres, rows, n,
+        return slack_kernels<Real>().renew_all(source.table, from_, source.centres, rows, n,
                                                partition_->row_of_thread(thread),
                                                partition_->distances_of_thread(thread), proposals);
     }
@@ -148,6 +185,13 @@ public:
     }
 
 private:
+    std::size_t copy_size() const
+    {
+        const Centres &centres = partition_->centres;
+        return centres.rows_size() + (centres.n_variables + 3) * centres.padded_clusters +
+               2 * Drift::copy_size(centres.n_clusters);
+    }
+
     void forget(double *until) const
     {
         std::fill_n(until, partition_->observations.n, -infinity<double>);
@@ -173,7 +217,7 @@ private:
     const Partition<Real> *partition_ = nullptr;
     RowSource<Real> from_{};
     SlackTable table_{};
-    double *until_ = nullptr, *factors_ = nullptr, *certain_masses_ = nullptr;
+    double *until_ = nullptr, *factors_ = nullptr, *certain_masses_ = nullptr, *copies_ = nullptr;
     double *shares_ = nullptr, *root_of_gain_ = nullptr, *inverse_of_loss_ = nullptr;
     Drift drift_; // as long as anything moves
     // Of the same moves in optimal stages, with the same anchors, and of a quick stage as one.

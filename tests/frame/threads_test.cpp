@@ -143,28 +143,33 @@ TEST_F(ThreadsDeathTest, AChildOfForkWorksWithoutTheThreadsThatItHasNot)
     });
 }
 
-// What one thread writes between parts, the others read in the next one, and the other way round.
+// What one thread writes between parts, the others read in the next one, and the other way round. Meanwhile it has work
+// of its own.
 TEST(Crew, DoesEveryPieceOnceAndSharesWhatWasWritten)
 {
     constexpr int n_pieces = 7, n_parts = 3000;
     std::array<int, n_pieces> done{};
-    int part = 0, wrong = 0;
+    int part = 0, wrong = 0, own = 0;
     bool has_come[3] = {};
     tavik::Crew crew;
     crew.enlist(3, [&] {
         for (part = 1; part <= n_parts; ++part) {
             tavik::OrderedPieces pieces(n_pieces);
-            crew.run([&](int thread) {
+            const auto body = [&](int thread) {
                 has_come[thread] = true;
                 for (std::int64_t k = pieces.take(); k >= 0; k = pieces.take()) {
                     done[std::size_t(k)] += part;
                     if (part % 100 == 0) std::this_thread::sleep_for(std::chrono::microseconds(100));
                 }
-            });
+            };
+            crew.start(body);
+            own += part;
+            crew.finish();
             for (const int sum : done) wrong += sum != part * (part + 1) / 2;
         }
     });
     EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(own, n_parts * (n_parts + 1) / 2);
     EXPECT_TRUE(has_come[0]);
     EXPECT_TRUE(has_come[1] || has_come[2]) << "nobody has helped";
 }
