@@ -102,10 +102,11 @@ private:
     alignas(64) std::atomic<std::int64_t> turn_{0};
 };
 
-// Threads that stand by, asleep, while one of them does work that is sequential but for short parts. These get whoever
-// comes in time: a part never waits for a thread that has not begun it, so parts cost little where the machine has no
-// core to spare. What a part does must not depend on how many threads do it, and a thread may come to it twice. For one
-// enlist(), whose lead() throws nothing; parts do not contain parts.
+// Threads that stand by, asleep, while one of them, the leader, does sequential work with short parts for all. Between
+// the start of a part and its end, the leader must not touch what the part does. Parts get whoever comes in time: none
+// waits for a thread that has not begun it, so they cost little where the machine has no core to spare. What a part does
+// must not depend on how many threads do it, and a thread may come to it twice. For one enlist(), whose lead() throws
+// nothing; parts do not contain parts.
 class Crew {
 public:
     // Runs lead() on one of the threads.
@@ -119,8 +120,9 @@ public:
         });
     }
 
-    // Inside lead(): from start() on any other threads are at body(thread), while this one does something else; with
-    // finish() it joins them, and the part is done.
+    // Inside lead(): from start() on any other threads are at body(thread), which must last until finish(). There the
+    // leader joins them, and the part is done.
+    template <class Body> void start(const Body &&body) = delete;
     template <class Body> void start(const Body &body)
     {
         body_ = &body;

@@ -83,7 +83,8 @@ public:
     // are subtracted.
     double since_mark() const
     {
-        return growth_ + 4 * epsilon<double> * now_[centres_->n_clusters];
+        const double now = now_[centres_->n_clusters];
+        return growth_ == 0 && std::isfinite(now) ? 0 : growth_ + 4 * epsilon<double> * now;
     }
 
     // A centre has moved to this square of a distance from its anchor.
@@ -122,7 +123,7 @@ public:
     }
 
     // Towards a mean that is NaN every distance is NaN, so nothing comes closer to it; a mean that is NaN no longer
-    // may be anywhere.
+    // may be anywhere. An infinite one may have stayed.
     double square_from_anchor(std::size_t cluster) const
     {
         const double *centre = centres_->row(cluster),
@@ -133,7 +134,7 @@ public:
         for (std::size_t j = 0; j < centres_->n_variables; ++j) {
             const double difference = centre[j] - anchor[j];
             if (!std::isnan(difference)) sum += difference * difference;
-            else if (!std::isnan(centre[j])) return infinity<double>;
+            else if (!std::isnan(centre[j]) && centre[j] != anchor[j]) return infinity<double>;
         }
         return sum;
     }

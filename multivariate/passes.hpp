@@ -103,10 +103,10 @@ private:
 
     // Consecutive rows that are scanned together, and what that has found, slot by slot.
     struct Section {
-        int first, end;
-        double margin;     // by which drifts may grow from the scan to the last row
-        double growth = 0; // by which they have, up to the last mark
-        bool from_list;
+        int first = 0, end = 0;
+        double margin = 0; // by which drifts may grow from the scan to the last row
+        double growth = 0; // by which they have, at most, up to the last mark
+        bool from_list = false;
         int *near = nullptr; // rows
         Proposal *proposals = nullptr;
         Found *found = nullptr;
@@ -136,7 +136,7 @@ private:
         const double work = static_cast<double>(n_) * static_cast<double>(partition_->centres.rows_size());
         optimal.threads = work >= least_work_of_threads ? threads : 1;
         optimal.rows_at_once = optimal.threads > 1 ? 16 * rows_per_slot : rows_per_slot;
-        optimal.rows_between_anchors = optimal.rows_at_once;
+        optimal.rows_between_anchors = optimal.rows_at_once; // as always with threads
         optimal.least_rows_at_once =
             static_cast<int>(least_work_at_once / static_cast<double>(partition_->centres.rows_size())) + 1;
         renews_all_ = optimal.threads > 1 || partition_->centres.rows_size() <= most_renewed_alone;
@@ -185,11 +185,11 @@ private:
         for (int row = 0; row < n_;) {
             if (row > 0 && row % course.rows_between_anchors == 0) set_anchors(Stage::is_optimal);
             section.growth = slacks.growth();
-            slacks.start_scan();
+            slacks.mark();
             set_out(section, row, end_of_section(row, course), margin, course);
             scan_alone<Stage>(section);
             row = look_at_near(stage, section, margin, moved);
-            margin = next_margin(course, slacks.growth_since_scan());
+            margin = next_margin(course, slacks.growth_since_mark());
         }
     }
 
@@ -201,27 +201,27 @@ private:
         bool in_work = false;
         const auto scan_part = [&](int thread) { scan_slots<Stage>(*next, source, *slots, thread); };
         const auto start = [&](int row, double margin) {
-            source = slacks.copy_source();
             next->growth = 0;
             set_out(*next, row, end_of_section(row, course), margin, course);
-            slots.emplace(count_slots(*next));
             in_work = count_rows(*next) >= course.least_rows_at_once;
-            if (in_work) crew_.start(scan_part);
-            else scan_part(0);
+            if (!in_work) return scan_alone<Stage>(*next);
+            source = slacks.copy_source();
+            slots.emplace(count_slots(*next));
+            crew_.start(scan_part);
         };
-        slacks.start_scan();
+        slacks.mark();
         start(0, first_margin(course));
         double growth_of_section = 0;
         for (int row = 0; row < n_; row = section->end) {
             if (in_work) crew_.finish();
             std::swap(section, next);
-            if (row > 0) set_anchors(Stage::is_optimal);
-            slacks.start_scan();
+            if (row > 0 && !set_anchors(Stage::is_optimal)) section->growth = infinity<double>;
+            slacks.mark();
             Section *ahead = section->end < n_ ? next : nullptr;
             if (ahead != nullptr)
                 start(section->end, row > 0 ? next_margin(course, growth_of_section) : first_margin(course));
             double margin = section->margin - section->growth;
-            int done = margin > 0 ? look_at_near(stage, *section, margin, moved) : row;
+            int done = margin >= 0 ? look_at_near(stage, *section, margin, moved) : row;
             for (; done < section->end; done = look_at_near(stage, *section, margin, moved)) {
                 count_growth(*section, ahead);
                 margin = next_margin(course, section->growth);
@@ -236,16 +236,17 @@ private:
     // Drifts have grown since the scans of these sections, of which there may be one.
     void count_growth(Section &section, Section *ahead)
     {
-        const double growth = slacks.growth_since_scan();
+        const double growth = slacks.growth_since_mark();
         section.growth += growth;
         if (ahead != nullptr) ahead->growth += growth;
-        slacks.start_scan();
+        slacks.mark();
     }
 
-    void set_anchors(bool is_optimal)
+    // False when slacks had to be forgotten.
+    bool set_anchors(bool is_optimal)
     {
         growth_ += slacks.growth();
-        slacks.set_anchors(is_optimal);
+        return slacks.set_anchors(is_optimal);
     }
 
     static int slot_of(int row)
@@ -348,7 +349,7 @@ private:
                 const bool is_proposed = proposal != proposals_end && proposal->row == i;
                 if (!stage.look(i, is_proposed ? proposal : nullptr)) continue;
                 moved = true;
-                if (slacks.growth_since_scan() > margin) return i + 1;
+                if (slacks.growth_since_mark() > margin) return i + 1;
             }
         }
         return section.end;

@@ -73,7 +73,7 @@ public:
     }
 
     // The one copy that there is, as of now.
-    SlackSource copy_source() const
+    SlackSource copy_source()
     {
         SlackSource copy = source();
         const Centres &centres = partition_->centres;
@@ -100,11 +100,14 @@ public:
         set_anchors(is_optimal);
     }
 
-    // From here on growth() counts anew. Outside optimal stages, second slacks are left alone.
-    void set_anchors(bool is_optimal)
+    // From here on growth() counts anew. Outside optimal stages, second slacks are left alone. False when slacks had to be
+    // forgotten: what was derived from drifts before does not hold any more.
+    bool set_anchors(bool is_optimal)
     {
-        if (!drift_.start_span()) forget(table_.own_until);
-        if (is_optimal && !drift_of_cycles_.start_span()) forget(table_.others_until);
+        const bool own_hold = drift_.start_span(), others_hold = !is_optimal || drift_of_cycles_.start_span();
+        if (!own_hold) forget(table_.own_until);
+        if (!others_hold) forget(table_.others_until);
+        return own_hold && others_hold;
     }
 
     // The most by which a slack has shrunk since. In an optimal stage both drifts have the same anchors.
@@ -113,14 +116,14 @@ public:
         return 2 * drift_.since_start();
     }
 
-    // Rows are about to be scanned: from here on growth_since_scan() counts.
-    void start_scan()
+    // From here on growth_since_mark() counts.
+    void mark()
     {
         drift_.mark();
     }
 
-    // The most by which a slack has shrunk since the scan, within a span.
-    double growth_since_scan() const
+    // The most by which a slack has shrunk since the mark, within a span.
+    double growth_since_mark() const
     {
         return 2 * drift_.since_mark();
     }

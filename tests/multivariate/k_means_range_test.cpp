@@ -27,7 +27,7 @@ protected:
 };
 
 struct Result {
-    std::vector<int> clusters;
+    std::vector<int> clusters, history;
     int n_iterations;
     double sum_of_squares;
 };
@@ -36,13 +36,13 @@ struct Result {
 Result find(const Values &x, int p, int k, const Values &masses = {}, const Values &seeds = {})
 {
     const int n = static_cast<int>(x.size()) / p, limit = 30;
-    Result result{std::vector<int>(x.size() / static_cast<std::size_t>(p)), 0, 0};
-    std::vector<int> history(result.clusters.size() * limit);
+    Result result{std::vector<int>(x.size() / static_cast<std::size_t>(p)), {}, 0, 0};
+    result.history.resize(result.clusters.size() * limit);
     Values squares(static_cast<std::size_t>(k)), ones(result.clusters.size(), 1);
     EXPECT_NE(tavik_d_cluster_k_means(n, p, x.data(), k, seeds.empty() ? x.data() : seeds.data(),
                                       TAVIK_WEIGHTS, masses.empty() ? ones.data() : masses.data(),
                                       TAVIK_MAX_ITERATIONS, limit, TAVIK_CLUSTER_SSQ_USER, squares.data(),
-                                      TAVIK_CLUSTER_HISTORY_USER, &result.n_iterations, history.data(),
+                                      TAVIK_CLUSTER_HISTORY_USER, &result.n_iterations, result.history.data(),
                                       TAVIK_RETURN_USER, result.clusters.data(), 0),
               nullptr)
         << tavik_error_message();
@@ -81,16 +81,34 @@ TEST_F(KMeansRange, ScaleOfTheData)
     EXPECT_EQ(find(many, 1, 3).clusters, alone.clusters);
 }
 
+// So many that threads also take part where all clusters are looked at: plain rows; masses of all sizes and a cluster of
+// few rows, which loses most of them; missing values; an infinite one, beside which nobody stays.
 TEST_F(KMeansRange, ThreadsGoThroughTheRows)
 {
-    Values x = normals(2 * 263000);
-    for (std::size_t i = 0; i < x.size(); ++i) x[i] += static_cast<double>(i % 8); // four groups that overlap
-    omp_set_num_threads(1);
-    const Result alone = find(x, 2, 4);
-    omp_set_num_threads(3);
-    const Result other = find(x, 2, 4);
-    EXPECT_EQ(other.clusters, alone.clusters);
-    EXPECT_EQ(other.sum_of_squares, alone.sum_of_squares);
+    constexpr int p = 4, k = 16, n = (1 << 24) / p / k;
+    for (int variant = 0; variant < 4; ++variant) {
+        Values x = normals(n * p), masses, seeds;
+        for (std::size_t i = 0; i < x.size(); ++i)
+            x[i] += static_cast<double>(i / p % 7 * (i % p)); // they overlap
+        if (variant == 1) {
+            masses = normals(n);
+            for (double &mass : masses) mass = std::exp(3 * mass);
+            for (std::size_t i = 0; i < 40; ++i) x[i] += 9;
+        }
+        seeds.assign(x.begin(), x.begin() + k * p);
+        for (std::size_t i = 1000; variant == 2 && i < x.size(); i += 97) x[i] = std::nan("");
+        if (variant == 3) x[p * 1000] = HUGE_VAL;
+        omp_set_num_threads(1);
+        const Result alone = find(x, p, k, masses, seeds);
+        EXPECT_GT(alone.n_iterations, 5);
+        for (const int threads : {2, 3}) {
+            omp_set_num_threads(threads);
+            const Result other = find(x, p, k, masses, seeds);
+            EXPECT_EQ(other.n_iterations, alone.n_iterations) << variant;
+            EXPECT_TRUE(other.history == alone.history) << variant;
+            EXPECT_TRUE(other.clusters == alone.clusters) << variant;
+        }
+    }
 }
 
 // Masses stand for ratios: their scale multiplies the sums of squares, and nothing else.
