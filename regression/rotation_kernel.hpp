@@ -25,17 +25,17 @@ inline void fold(const FactorSet &f, const Tile &tile, std::size_t n_rows, std::
     double *exchanges_at = tile.scratch + tile_panel_size(factors), *h = exchanges_at + tile_exchanges_size;
     auto *exchanges = reinterpret_cast<unsigned char *>(exchanges_at);
     const std::size_t all_columns = whole_vectors(f.n);
-    for (std::size_t first = first_column / f.panel * f.panel, next; first < f.n; first = next) {
-        next = (first / pivots_in_block + 1) * pivots_in_block;
+    for (std::size_t first = first_column / f.panel * f.panel, block_end; first < f.n; first = block_end) {
+        block_end = (first / pivots_in_block + 1) * pivots_in_block;
         unsigned exchanged[rows_per_tile / rows_in_flight] = {};
         const Block block = {first, h, exchanges, exchanged};
         __builtin_memset(exchanges, 0, rows_per_tile * pivots_in_block);
-        const auto rotate_columns_behind = [&](std::size_t column, std::size_t end) {
-            end = end < all_columns ? end : all_columns;
+        const auto rotate_columns_behind = [&](std::size_t from, std::size_t to) {
+            to = to < all_columns ? to : all_columns;
             for (std::size_t factor = 0; factor < factors; ++factor)
-                rotate_strips(f, tile, block, column - first, n_rows, factor, column, end);
+                rotate_strips(f, tile, block, from - first, n_rows, factor, from, to);
         };
-        for (std::size_t column = first; column < next; column += f.panel) {
+        for (std::size_t column = first; column < block_end; column += f.panel) {
             if (column > first) rotate_columns_behind(column, column + f.panel);
             const bool is_last = column + f.panel >= f.n;
             const Panel<T> panel(f, tile, block, column);
@@ -46,7 +46,7 @@ inline void fold(const FactorSet &f, const Tile &tile, std::size_t n_rows, std::
             }
             if (is_last) return;
         }
-        rotate_columns_behind(next, all_columns);
+        rotate_columns_behind(block_end, all_columns);
         if (spent<T>(tile, n_rows)) return;
     }
 }
