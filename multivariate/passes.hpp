@@ -178,6 +178,7 @@ private:
             growth_ + slacks.growth() + margin <= course.room && section.growth + margin <= kept_;
     }
 
+    // Scans a section, then looks at it. Its growth is that since the anchors were set, which is no less.
     template <class Stage> void go_step_by_step(const Stage &stage, Course &course, bool &moved)
     {
         Section &section = sections_[0];
@@ -193,6 +194,7 @@ private:
         }
     }
 
+    // Looks at a section while the crew scans the next. Anchors are set where no scan is in work.
     template <class Stage> void go_ahead(const Stage &stage, Course &course, bool &moved)
     {
         Section *section = &sections_[1], *next = &sections_[0];

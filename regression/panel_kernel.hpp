@@ -231,8 +231,8 @@ inline void rotate(const Group<T> &group, std::size_t r, Pivot<T, count> &pivot,
 }
 
 // Rotations of a group of rows from row k on with pivot i and, after it, with those behind it: a triangle of `count`
-// columns. All rows meet a pivot before the first meets the next: only the pivot's own sum passes
-// from row to row, so their divisions overlap.
+// columns. All rows meet a pivot before the first meets the next: only the pivot's own sum passes from row to row, so
+// their divisions overlap.
 template <class T, std::size_t count>
 inline void rotate_triangle(const Panel<T> &panel, std::size_t k, std::size_t i)
 {

@@ -398,8 +398,8 @@ TYPED_TEST(Regression, MissingAndInfiniteValues)
                 sizeof(Real) == 4 ? 1e38 : 1e200; // its square overflows
             expect_near("coefficients", run(d), reference(d).b, 8 * this->epsilon);
         }
-    for (size_t n :
-         {50, 5000, 40000}) { // a NaN in one response leaves the other alone, however many factors are merged
+    // A NaN in one response leaves the other alone, however many factors are merged.
+    for (size_t n : {50, 5000, 40000}) {
         auto d = random_data<Real>(n, 30, 2, true);
         const auto due = run(d);
         d.y[0] = nan;
