@@ -16,13 +16,13 @@ template <class Mask, class T> inline void exchange_where(Mask mask, T &a, T &b)
 // The rotations of a tile's rows with the pivots of a block.
 struct Block {
     std::size_t first;        // pivot
-    double *h;                // factor after factor, row after row, pivot after pivot: h12, h21
-    unsigned char *exchanges; // lanes whose rows change places, as bits: at exchange_index
+    double *h;                // factor after factor: h12 and h21, at twice rotation_index
+    unsigned char *exchanges; // lanes whose rows change places, as bits: at rotation_index
     unsigned *exchanged;      // of each group of rows: all lanes in which some do
 };
 
 // Of row k and pivot i of a block: rows that rotations are applied to together stand together.
-inline std::size_t exchange_index(std::size_t k, std::size_t i)
+inline std::size_t rotation_index(std::size_t k, std::size_t i)
 {
     return (k / rows_at_once * pivots_in_block + i) * rows_at_once + k % rows_at_once;
 }
@@ -38,7 +38,7 @@ template <class T> struct Panel {
           reciprocal_diagonal(f.reciprocal_diagonal + first * factors),
           within(f.within + first * panel_stride * factors), weights(tile.weights), rows(tile.scratch),
           h(rows + rows_in_flight * panel_stride * factors),
-          exchanges(block.exchanges + exchange_index(0, first - block.first)), exchanged(block.exchanged)
+          exchanges(block.exchanges + rotation_index(0, first - block.first)), exchanged(block.exchanged)
     {
     }
 
@@ -63,7 +63,7 @@ template <class T> struct Panel {
 
     unsigned char &exchange(std::size_t k, std::size_t i) const
     {
-        return exchanges[exchange_index(k, i)];
+        return exchanges[rotation_index(k, i)];
     }
 };
 
@@ -354,13 +354,12 @@ inline void take_group(const Panel<S> &panel, const FactorSet &f, const Tile &ti
 // they stay in the first-level cache.
 inline void set_apart(const Panel<V> &panel, const Block &block, std::size_t k)
 {
-    for (std::size_t r = k; r < k + rows_in_flight; ++r) {
-        for (std::size_t i = 0; i < panel_width; i += 2) { // columns follow whole panels only
-            const double *from = panel.rotation(r, i);
-            V a = load(from), b = load(from + side_by_side), c = load(from + 2 * side_by_side),
-              d = load(from + 3 * side_by_side);
+    for (std::size_t r = k; r < k + rows_in_flight; r += 2) {
+        for (std::size_t i = 0; i < panel_width; ++i) { // columns follow whole panels only
+            const double *one = panel.rotation(r, i), *other = panel.rotation(r + 1, i);
+            V a = load(one), b = load(one + side_by_side), c = load(other), d = load(other + side_by_side);
             transpose(a, b, c, d);
-            double *to = block.h + r * h_stride + 2 * (panel.first - block.first + i);
+            double *to = block.h + 2 * rotation_index(r, panel.first - block.first + i);
             store(to, a);
             store(to + h_size, b);
             store(to + 2 * h_size, c);
@@ -371,9 +370,11 @@ inline void set_apart(const Panel<V> &panel, const Block &block, std::size_t k)
 
 inline void set_apart(const Panel<S> &panel, const Block &block, std::size_t k)
 {
-    for (std::size_t r = k; r < k + rows_in_flight; ++r)
-        __builtin_memcpy(block.h + r * h_stride + 2 * (panel.first - block.first), panel.rotation(r, 0),
-                         2 * panel.pivots * sizeof(double));
+    for (std::size_t r = k; r < k + rows_in_flight; ++r) {
+        for (std::size_t i = 0; i < panel.pivots; ++i)
+            __builtin_memcpy(block.h + 2 * rotation_index(r, panel.first - block.first + i),
+                             panel.rotation(r, i), 2 * sizeof(double));
+    }
 }
 
 } // namespace

@@ -31,14 +31,11 @@ constexpr std::size_t panel_stride = most_in_one_panel + 2;
 // Panels of so many pivots in all make a block, whose rotations are applied together to the columns behind it.
 constexpr std::size_t pivots_in_block = 4 * panel_width;
 
-// From row to row of one factor's rotations: h12 and h21 of every pivot of a block.
-constexpr std::size_t h_stride = 2 * pivots_in_block;
-
 constexpr std::size_t cache_line = 64 / sizeof(double); // numbers in a cache line
 
-// The rotations of the next factor lie a line further than a round number, so that all do not fight for the same places
-// in the cache.
-constexpr std::size_t h_size = rows_per_tile * h_stride + cache_line;
+// h12 and h21 of every row of a tile and pivot of a block. Those of the next factor lie a line further than a round
+// number, so that all do not fight for the same places in the cache.
+constexpr std::size_t h_size = 2 * rows_per_tile * pivots_in_block + cache_line;
 
 static_assert(side_by_side <= 8); // bits of a byte
 static_assert(rows_per_tile % rows_in_flight == 0 && rows_in_flight % rows_at_once == 0);

@@ -12,7 +12,7 @@ struct Strip {
     double *pivot_rows;
     std::size_t stride, pivot_stride; // from row to row
     std::size_t pivots;
-    const double *h;                // of the factor: row after row, pivot after pivot h12 and h21
+    const double *h;                // of the factor: the block's
     const unsigned char *exchanges; // of all factors: the block's; lane_bit is this one's
     unsigned lane_bit;
 };
@@ -36,32 +36,36 @@ template <std::size_t vectors> inline void store_vectors(double *to, const V (&v
     for (std::size_t k = 0; k < vectors; ++k) store(to + k * side_by_side, v[k]);
 }
 
-// Applies the rotations of rows_at_once rows from row k on with pivots first to end - 1, one at least, to the `vectors`
-// vectors of a strip; no rows change places. The rows stay in registers from the first pivot to the last, a pivot's row
-// while all rows meet it. `ahead` fetches what follows in the pivots' rows, mostly the next strip: they lie too far
-// apart for the processor to guess them.
+// Applies the rotations of rows k to rows_end - 1 with pivots first to end - 1, one at least, to the `vectors` vectors of
+// a strip; no rows change places. Of rows_at_once rows at a time, the values stay in registers from the first pivot to
+// the last, a pivot's row while all of them meet it. `ahead` fetches what follows in the pivots' rows, mostly the next
+// strip: they lie too far apart for the processor to guess them.
 template <std::size_t vectors, bool ahead>
-__attribute__((noinline)) void rotate_strip(const Strip &strip, std::size_t k, std::size_t first,
-                                            std::size_t end)
+__attribute__((noinline)) void rotate_rows(const Strip &strip, std::size_t k, std::size_t rows_end,
+                                           std::size_t first, std::size_t end)
 {
     const std::size_t stride = strip.stride, pivot_stride = strip.pivot_stride;
-    double *values = strip.values + k * stride, *pivot_row = strip.pivot_rows + first * pivot_stride;
-    const double *h = strip.h + k * h_stride + 2 * first, *const h_end = h + 2 * (end - first);
-    V y[rows_at_once][vectors];
-    for (std::size_t r = 0; r < rows_at_once; ++r) load_vectors(values + r * stride, y[r]);
-    do {
-        if constexpr (ahead) {
-            __builtin_prefetch(pivot_row + vectors * side_by_side);
-            __builtin_prefetch(pivot_row + 2 * vectors * side_by_side - 1);
-        }
-        V pivot[vectors];
-        load_vectors(pivot_row, pivot);
-        for (std::size_t r = 0; r < rows_at_once; ++r) shear(pivot, y[r], h + r * h_stride);
-        store_vectors(pivot_row, pivot);
-        pivot_row += pivot_stride;
-        h += 2;
-    } while (h != h_end);
-    for (std::size_t r = 0; r < rows_at_once; ++r) store_vectors(values + r * stride, y[r]);
+    double *values = strip.values + k * stride, *const first_pivot_row = strip.pivot_rows + first * pivot_stride;
+    const double *h_first = strip.h + 2 * rotation_index(k, first);
+    for (; k < rows_end; k += rows_at_once, values += rows_at_once * stride, h_first += 2 * rotation_index(rows_at_once, 0)) {
+        double *pivot_row = first_pivot_row;
+        const double *h = h_first, *const h_end = h + 2 * rotation_index(0, end - first);
+        V y[rows_at_once][vectors];
+        for (std::size_t r = 0; r < rows_at_once; ++r) load_vectors(values + r * stride, y[r]);
+        do {
+            if constexpr (ahead) {
+                __builtin_prefetch(pivot_row + vectors * side_by_side);
+                __builtin_prefetch(pivot_row + 2 * vectors * side_by_side - 1);
+            }
+            V pivot[vectors];
+            load_vectors(pivot_row, pivot);
+            for (std::size_t r = 0; r < rows_at_once; ++r) shear(pivot, y[r], h + 2 * r);
+            store_vectors(pivot_row, pivot);
+            pivot_row += pivot_stride;
+            h += 2 * rows_at_once;
+        } while (h != h_end);
+        for (std::size_t r = 0; r < rows_at_once; ++r) store_vectors(values + r * stride, y[r]);
+    }
 }
 
 // The same with one pivot, some of whose rotations make rows change places.
@@ -73,48 +77,56 @@ template <std::size_t vectors> void rotate_with_exchanges(const Strip &strip, st
     for (std::size_t r = k; r < k + rows_at_once; ++r) {
         V y[vectors];
         load_vectors(strip.values + r * strip.stride, y);
-        if ((strip.exchanges[exchange_index(r, i)] & strip.lane_bit) != 0) {
+        if ((strip.exchanges[rotation_index(r, i)] & strip.lane_bit) != 0) {
             for (std::size_t v = 0; v < vectors; ++v) {
                 const V old = pivot[v];
                 pivot[v] = y[v];
                 y[v] = old;
             }
         }
-        shear(pivot, y, strip.h + r * h_stride + 2 * i);
+        shear(pivot, y, strip.h + 2 * rotation_index(r, i));
         store_vectors(strip.values + r * strip.stride, y);
     }
     store_vectors(pivot_row, pivot);
 }
 
-template <std::size_t vectors> void rotate_strip_with_exchanges(const Strip &strip, std::size_t k)
+template <std::size_t vectors> void rotate_rows_with_exchanges(const Strip &strip, std::size_t k)
 {
     const auto any_at = [&](std::size_t i) {
         unsigned lanes;
         static_assert(sizeof lanes == rows_at_once);
-        __builtin_memcpy(&lanes, strip.exchanges + exchange_index(k, i), sizeof lanes);
+        __builtin_memcpy(&lanes, strip.exchanges + rotation_index(k, i), sizeof lanes);
         return (lanes & strip.lane_bit * 0x01010101U) != 0;
     };
     std::size_t first = 0;
     for (std::size_t i = 0; i < strip.pivots; ++i) {
         if (!any_at(i)) continue;
-        if (first < i) rotate_strip<vectors, false>(strip, k, first, i);
+        if (first < i) rotate_rows<vectors, false>(strip, k, k + rows_at_once, first, i);
         rotate_with_exchanges<vectors>(strip, k, i);
         first = i + 1;
     }
-    if (first < strip.pivots) rotate_strip<vectors, false>(strip, k, first, strip.pivots);
+    if (first < strip.pivots) rotate_rows<vectors, false>(strip, k, k + rows_at_once, first, strip.pivots);
 }
 
-// `exchanged` has the lanes in which some row of a group changed places. The last rows but rows_at_once fetch ahead, so
-// that what they fetch comes in time and is not driven out again.
+// All rows of the tile, `exchanged` has the lanes in which some row of a group changed places. The last rows but
+// rows_at_once fetch ahead, so that what they fetch comes in time and is not driven out again.
 template <std::size_t vectors>
-inline void rotate_strip_of_all(const Strip &strip, std::size_t n_rows, const unsigned *exchanged)
+inline void rotate_strip(const Strip &strip, std::size_t n_rows, const unsigned *exchanged)
 {
-    for (std::size_t k = 0; k < n_rows; k += rows_at_once) {
-        if (__builtin_expect((exchanged[k / rows_in_flight] & strip.lane_bit) != 0, 0))
-            rotate_strip_with_exchanges<vectors>(strip, k);
-        else if (k + 2 * rows_at_once == n_rows) rotate_strip<vectors, true>(strip, k, 0, strip.pivots);
-        else rotate_strip<vectors, false>(strip, k, 0, strip.pivots);
+    unsigned any = 0;
+    for (std::size_t group = 0; group < n_rows / rows_in_flight; ++group) any |= exchanged[group];
+    if (__builtin_expect((any & strip.lane_bit) != 0, 0)) {
+        for (std::size_t k = 0; k < n_rows; k += rows_at_once) {
+            if ((exchanged[k / rows_in_flight] & strip.lane_bit) != 0)
+                rotate_rows_with_exchanges<vectors>(strip, k);
+            else rotate_rows<vectors, false>(strip, k, k + rows_at_once, 0, strip.pivots);
+        }
+        return;
     }
+    const std::size_t ahead = n_rows - 2 * rows_at_once;
+    rotate_rows<vectors, false>(strip, 0, ahead, 0, strip.pivots);
+    rotate_rows<vectors, true>(strip, ahead, ahead + rows_at_once, 0, strip.pivots);
+    rotate_rows<vectors, false>(strip, ahead + rows_at_once, n_rows, 0, strip.pivots);
 }
 
 // Applies the rotations with the first `pivots` pivots of a block to the columns from `column` to `end`, for one
@@ -132,10 +144,10 @@ inline void rotate_strips(const FactorSet &f, const Tile &tile, const Block &blo
                      block.exchanges, 1u << factor};
     };
     for (; column + 3 * side_by_side <= end && column + 4 * side_by_side != end; column += 3 * side_by_side)
-        rotate_strip_of_all<3>(strip(), n_rows, block.exchanged);
+        rotate_strip<3>(strip(), n_rows, block.exchanged);
     for (; column + 2 * side_by_side <= end; column += 2 * side_by_side)
-        rotate_strip_of_all<2>(strip(), n_rows, block.exchanged);
-    if (column < end) rotate_strip_of_all<1>(strip(), n_rows, block.exchanged);
+        rotate_strip<2>(strip(), n_rows, block.exchanged);
+    if (column < end) rotate_strip<1>(strip(), n_rows, block.exchanged);
 }
 
 } // namespace
