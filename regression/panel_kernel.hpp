@@ -170,23 +170,58 @@ template <class T> inline T larger(T a, T b)
     return a > b ? a : b;
 }
 
-// Does every row of the group weigh something in the pivot's column, and less than the pivot alone? One look at all of
-// them saves many at each. A pivot that is NaN hides all rows, even those without weight, in columns that are lost
-// anyway.
+// What the rotations of a group of plain rows with a pivot are made of. A row is plain that weighs something in the
+// pivot's column, and less than the pivot alone. One look at all of them saves many at each. A pivot that is NaN hides all
+// rows, even those without weight, in columns that are lost anyway.
+template <class T> struct PlainRows {
+    T x[rows_in_flight + 1]; // of the pivot, before and behind each row
+    bool all;
+
+    // Writes h12 of each row; h21 waits for a division.
+    template <std::size_t count> PlainRows(const Group<T> &group, const Pivot<T, count> &pivot)
+    {
+        constexpr std::size_t factors = factors_in<T>;
+        const T least = T{} + least_square, own_square = pivot.p * pivot.x;
+        T smallest = own_square, largest = least;
+        x[0] = pivot.x;
+#pragma GCC unroll 8
+        for (std::size_t r = 0; r < rows_in_flight; ++r) {
+            const T y = load_as<T>(group.values + r * panel_stride * factors),
+                    p2 = load_as<T>(group.weights + r * factors) * y, square = p2 * y,
+                    h12 = p2 * pivot.reciprocal_p;
+            smallest = smaller(square, smallest);
+            largest = larger(square, largest);
+            x[r + 1] = x[r] + h12 * y;
+            store(group.h + 2 * r * panel_stride * factors, h12);
+        }
+        all = !any((smallest < least) | (largest >= own_square));
+    }
+};
+
+// Rotates a group of plain rows with the pivot, as `rotate` does one.
 template <class T, std::size_t count>
-inline bool all_are_plain(const Group<T> &group, const Pivot<T, count> &pivot)
+inline void rotate_plain_rows(const Group<T> &group, const PlainRows<T> &plain, Pivot<T, count> &pivot)
 {
     constexpr std::size_t factors = factors_in<T>;
-    const T least = T{} + least_square, own_square = pivot.p * pivot.x;
-    T smallest = own_square, largest = least;
+    T reciprocal_x[rows_in_flight + 1];
+    reciprocal_x[0] = pivot.reciprocal_x;
+#pragma GCC unroll 8
+    for (std::size_t r = 0; r < rows_in_flight; ++r) reciprocal_x[r + 1] = 1 / plain.x[r + 1];
 #pragma GCC unroll 8
     for (std::size_t r = 0; r < rows_in_flight; ++r) {
-        const T y = load_as<T>(group.values + r * panel_stride * factors),
-                square = load_as<T>(group.weights + r * factors) * y * y;
-        smallest = smaller(square, smallest);
-        largest = larger(square, largest);
+        double *row = group.values + r * panel_stride * factors, *weight = group.weights + r * factors,
+               *h = group.h + 2 * r * panel_stride * factors;
+        const T h21 = load_as<T>(row) * reciprocal_x[r + 1], h12 = load_as<T>(h);
+        store(weight, T(load_as<T>(weight) * (plain.x[r + 1] * reciprocal_x[r])));
+        store(h + factors, h21);
+        for (std::size_t j = 1; j < count; ++j) {
+            const T v = load_as<T>(row + j * factors);
+            pivot.r[j] = pivot.r[j] + h12 * v;
+            store(row + j * factors, T(v - h21 * pivot.r[j]));
+        }
     }
-    return !any((smallest < least) | (largest >= own_square));
+    pivot.x = plain.x[rows_in_flight];
+    pivot.reciprocal_x = reciprocal_x[rows_in_flight];
 }
 
 // Sets up the rotation of row r of the group with the pivot and applies it to the `count` columns from the pivot's on.
@@ -194,26 +229,23 @@ inline bool all_are_plain(const Group<T> &group, const Pivot<T, count> &pivot)
 // change places in memory, since that happens too seldom for the pivot to leave its registers otherwise; and a row
 // without weight in this column is left as it is: nothing is to be rotated, and if it has none at all, it could grow
 // on and on.
-template <bool plain, class T, std::size_t count, class Exchange>
+template <class T, std::size_t count, class Exchange>
 inline void rotate(const Group<T> &group, std::size_t r, Pivot<T, count> &pivot, const Exchange &exchange)
 {
     constexpr std::size_t factors = factors_in<T>;
     double *row = group.values + r * panel_stride * factors, *weight = group.weights + r * factors,
            *h = group.h + 2 * r * panel_stride * factors;
     T w = load_as<T>(weight), y = load_as<T>(row), p2 = w * y;
-    decltype(y < y) idle = {};
-    if constexpr (!plain) {
-        const T least = T{} + least_square, square = p2 * y, own_square = pivot.p * pivot.x;
-        const auto outweighs = square >= (own_square < least ? least : own_square); // never beside NaN
-        if (any(outweighs)) {
-            pivot.store_all();
-            exchange(r, outweighs);
-            pivot.load_all();
-            w = load_as<T>(weight);
-            y = load_as<T>(row);
-            p2 = w * y;
-        }
-        idle = square < least; // NaN is not
+    const T least = T{} + least_square, square = p2 * y, own_square = pivot.p * pivot.x;
+    const auto outweighs = square >= (own_square < least ? least : own_square), // never beside NaN
+               idle = square < least;                                           // NaN is not
+    if (any(outweighs)) {
+        pivot.store_all();
+        exchange(r, outweighs);
+        pivot.load_all();
+        w = load_as<T>(weight);
+        y = load_as<T>(row);
+        p2 = w * y;
     }
     const T h12 = zero_where(idle, T(p2 * pivot.reciprocal_p));
     const T rotated_x = pivot.x + h12 * y;
@@ -241,11 +273,11 @@ inline void rotate_triangle(const Panel<T> &panel, std::size_t k, std::size_t i)
     const auto exchange = [&panel, k, i](std::size_t r, auto lanes) {
         exchange_rows(panel, k + r, i, i + count, lanes);
     };
-    if (__builtin_expect(all_are_plain(group, pivot), 1)) {
-#pragma GCC unroll 8
-        for (std::size_t r = 0; r < rows_in_flight; ++r) rotate<true>(group, r, pivot, exchange);
+    const PlainRows<T> plain(group, pivot);
+    if (__builtin_expect(plain.all, 1)) {
+        rotate_plain_rows(group, plain, pivot);
     } else {
-        for (std::size_t r = 0; r < rows_in_flight; ++r) rotate<false>(group, r, pivot, exchange);
+        for (std::size_t r = 0; r < rows_in_flight; ++r) rotate(group, r, pivot, exchange);
     }
     pivot.store_all();
     if constexpr (count > 1) rotate_triangle<T, count - 1>(panel, k, i + 1);
