@@ -37,7 +37,7 @@ template <class T> struct Panel {
           reciprocal_p(f.reciprocal_p + first * factors),
           reciprocal_diagonal(f.reciprocal_diagonal + first * factors),
           within(f.within + first * panel_stride * factors), weights(tile.weights), rows(tile.scratch),
-          h(rows + rows_in_flight * panel_stride * factors),
+          h(rows + rows_per_tile * panel_stride * factors),
           exchanges(block.exchanges + rotation_index(0, first - block.first)), exchanged(block.exchanged)
     {
     }
@@ -53,12 +53,12 @@ template <class T> struct Panel {
     // Both while the row's group is at work.
     double *row(std::size_t k) const
     {
-        return rows + k % rows_in_flight * panel_stride * factors;
+        return rows + k * panel_stride * factors;
     }
 
     double *rotation(std::size_t k, std::size_t i) const
     {
-        return h + 2 * (k % rows_in_flight * panel_stride + i) * factors;
+        return h + 2 * (k * pivots_at_once + i % pivots_at_once) * factors;
     }
 
     unsigned char &exchange(std::size_t k, std::size_t i) const
@@ -192,7 +192,7 @@ template <class T> struct PlainRows {
             smallest = smaller(square, smallest);
             largest = larger(square, largest);
             x[r + 1] = x[r] + h12 * y;
-            store(group.h + 2 * r * panel_stride * factors, h12);
+            store(group.h + 2 * r * pivots_at_once * factors, h12);
         }
         all = !any((smallest < least) | (largest >= own_square));
     }
@@ -210,7 +210,7 @@ inline void rotate_plain_rows(const Group<T> &group, const PlainRows<T> &plain, 
 #pragma GCC unroll 8
     for (std::size_t r = 0; r < rows_in_flight; ++r) {
         double *row = group.values + r * panel_stride * factors, *weight = group.weights + r * factors,
-               *h = group.h + 2 * r * panel_stride * factors;
+               *h = group.h + 2 * r * pivots_at_once * factors;
         const T h21 = load_as<T>(row) * reciprocal_x[r + 1], h12 = load_as<T>(h);
         store(weight, T(load_as<T>(weight) * (plain.x[r + 1] * reciprocal_x[r])));
         store(h + factors, h21);
@@ -234,7 +234,7 @@ inline void rotate(const Group<T> &group, std::size_t r, Pivot<T, count> &pivot,
 {
     constexpr std::size_t factors = factors_in<T>;
     double *row = group.values + r * panel_stride * factors, *weight = group.weights + r * factors,
-           *h = group.h + 2 * r * panel_stride * factors;
+           *h = group.h + 2 * r * pivots_at_once * factors;
     T w = load_as<T>(weight), y = load_as<T>(row), p2 = w * y;
     const T least = T{} + least_square, square = p2 * y, own_square = pivot.p * pivot.x;
     const auto outweighs = square >= (own_square < least ? least : own_square), // never beside NaN
@@ -298,9 +298,9 @@ inline SMask lanes_of(unsigned bits, SMask)
 // Applies the rotations of a group of rows with pivots_at_once pivots from `first` on to `columns` columns of the
 // panel from j on. The pivots' rows stay in registers while all rows pass.
 template <class T, std::size_t columns, bool with_exchanges>
-inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t first, std::size_t j)
+inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t end, std::size_t first, std::size_t j)
 {
-    constexpr std::size_t factors = factors_in<T>, row_stride = panel_stride * factors;
+    constexpr std::size_t factors = factors_in<T>, row_stride = panel_stride * factors, h_stride = 2 * pivots_at_once * factors;
     double *pivot_rows = panel.within + (first * panel_stride + j) * factors;
     T pivot[pivots_at_once][columns];
     for (std::size_t i = 0; i < pivots_at_once; ++i) {
@@ -309,12 +309,12 @@ inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t fir
     }
     double *row = panel.row(k) + j * factors;
     const double *h = panel.rotation(k, first);
-    for (std::size_t r = 0; r < rows_in_flight; ++r, row += row_stride, h += 2 * row_stride) {
+    for (; k < end; ++k, row += row_stride, h += h_stride) {
         T y[columns];
         for (std::size_t c = 0; c < columns; ++c) y[c] = load_as<T>(row + c * factors);
         for (std::size_t i = 0; i < pivots_at_once; ++i) {
             if constexpr (with_exchanges) {
-                const auto lanes = lanes_of(panel.exchange(k + r, first + i), T{} < T{});
+                const auto lanes = lanes_of(panel.exchange(k, first + i), T{} < T{});
                 for (std::size_t c = 0; c < columns; ++c) exchange_where(lanes, pivot[i][c], y[c]);
             }
             const T h12 = load_as<T>(h + 2 * i * factors);
@@ -331,29 +331,13 @@ inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t fir
 }
 
 template <class T, bool with_exchanges>
-inline void rotate_rest_of_panel(const Panel<T> &panel, std::size_t k, std::size_t first)
+inline void rotate_rest_of_panel(const Panel<T> &panel, std::size_t k, std::size_t end, std::size_t first)
 {
     std::size_t j = first + pivots_at_once;
     for (; j + 3 <= panel.pivots && j + 4 != panel.pivots; j += 3)
-        rotate_columns<T, 3, with_exchanges>(panel, k, first, j);
-    for (; j + 2 <= panel.pivots; j += 2) rotate_columns<T, 2, with_exchanges>(panel, k, first, j);
-    if (j < panel.pivots) rotate_columns<T, 1, with_exchanges>(panel, k, first, j);
-}
-
-// All rotations of a group of rows with the panel, a few pivots after the other.
-template <class T> inline void rotate_group(const Panel<T> &panel, std::size_t k)
-{
-    static_assert(pivots_at_once == 4);
-    for (std::size_t first = 0; first < panel.pivots; first += pivots_at_once) {
-        switch (panel.pivots - first) {
-        case 1: rotate_triangle<T, 1>(panel, k, first); break;
-        case 2: rotate_triangle<T, 2>(panel, k, first); break;
-        case 3: rotate_triangle<T, 3>(panel, k, first); break;
-        default: rotate_triangle<T, 4>(panel, k, first);
-        }
-        if (panel.exchanged[k / rows_in_flight] != 0) rotate_rest_of_panel<T, true>(panel, k, first);
-        else rotate_rest_of_panel<T, false>(panel, k, first);
-    }
+        rotate_columns<T, 3, with_exchanges>(panel, k, end, first, j);
+    for (; j + 2 <= panel.pivots; j += 2) rotate_columns<T, 2, with_exchanges>(panel, k, end, first, j);
+    if (j < panel.pivots) rotate_columns<T, 1, with_exchanges>(panel, k, end, first, j);
 }
 
 // Takes the group of rows from row k on into the panel.
@@ -384,10 +368,10 @@ inline void take_group(const Panel<S> &panel, const FactorSet &f, const Tile &ti
 
 // Puts the rotations of a group of rows among those of the block, one factor's together: read again and again there,
 // they stay in the first-level cache.
-inline void set_apart(const Panel<V> &panel, const Block &block, std::size_t k)
+inline void set_apart(const Panel<V> &panel, const Block &block, std::size_t k, std::size_t first)
 {
     for (std::size_t r = k; r < k + rows_in_flight; r += 2) {
-        for (std::size_t i = 0; i < panel_width; ++i) { // columns follow whole panels only
+        for (std::size_t i = first; i < first + pivots_at_once; ++i) { // columns follow whole panels only
             const double *one = panel.rotation(r, i), *other = panel.rotation(r + 1, i);
             V a = load(one), b = load(one + side_by_side), c = load(other), d = load(other + side_by_side);
             transpose(a, b, c, d);
@@ -400,12 +384,33 @@ inline void set_apart(const Panel<V> &panel, const Block &block, std::size_t k)
     }
 }
 
-inline void set_apart(const Panel<S> &panel, const Block &block, std::size_t k)
+inline void set_apart(const Panel<S> &panel, const Block &block, std::size_t k, std::size_t first)
 {
     for (std::size_t r = k; r < k + rows_in_flight; ++r) {
-        for (std::size_t i = 0; i < panel.pivots; ++i)
+        for (std::size_t i = first; i < first + pivots_at_once; ++i)
             __builtin_memcpy(block.h + 2 * rotation_index(r, panel.first - block.first + i),
                              panel.rotation(r, i), 2 * sizeof(double));
+    }
+}
+
+// All rotations of the tile's rows with the panel, a few pivots after the other.
+template <class T> inline void rotate_panel(const Panel<T> &panel, const Block &block, std::size_t n_rows, bool is_last)
+{
+    static_assert(pivots_at_once == 4);
+    for (std::size_t first = 0; first < panel.pivots; first += pivots_at_once) {
+        unsigned any = 0;
+        for (std::size_t k = 0; k < n_rows; k += rows_in_flight) {
+            switch (panel.pivots - first) {
+            case 1: rotate_triangle<T, 1>(panel, k, first); break;
+            case 2: rotate_triangle<T, 2>(panel, k, first); break;
+            case 3: rotate_triangle<T, 3>(panel, k, first); break;
+            default: rotate_triangle<T, 4>(panel, k, first);
+            }
+            any |= panel.exchanged[k / rows_in_flight];
+            if (!is_last) set_apart(panel, block, k, first);
+        }
+        if (any != 0) rotate_rest_of_panel<T, true>(panel, 0, n_rows, first);
+        else rotate_rest_of_panel<T, false>(panel, 0, n_rows, first);
     }
 }
 

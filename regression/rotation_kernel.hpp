@@ -39,11 +39,8 @@ inline void fold(const FactorSet &f, const Tile &tile, std::size_t n_rows, std::
             if (column > first) rotate_columns_behind(column, column + f.panel);
             const bool is_last = column + f.panel >= f.n;
             const Panel<T> panel(f, tile, block, column);
-            for (std::size_t k = 0; k < n_rows; k += rows_in_flight) {
-                take_group(panel, f, tile, k);
-                rotate_group(panel, k);
-                if (!is_last) set_apart(panel, block, k);
-            }
+            for (std::size_t k = 0; k < n_rows; k += rows_in_flight) take_group(panel, f, tile, k);
+            rotate_panel(panel, block, n_rows, is_last);
             if (is_last) return;
         }
         rotate_columns_behind(block_end, all_columns);

@@ -159,7 +159,7 @@ constexpr std::size_t tile_values_size(std::size_t n, std::size_t count)
 // block's pivots follow, and, where columns lie behind a panel, h12 and h21 of the block's rotations.
 constexpr std::size_t tile_panel_size(std::size_t count)
 {
-    return count * 3 * rows_in_flight * panel_stride;
+    return count * rows_per_tile * (panel_stride + 2 * pivots_at_once);
 }
 
 constexpr std::size_t tile_exchanges_size = rows_per_tile * pivots_in_block / sizeof(double);
