@@ -262,25 +262,27 @@ inline void rotate(const Group<T> &group, std::size_t r, Pivot<T, count> &pivot,
     }
 }
 
-// Rotations of a group of rows from row k on with pivot i and, after it, with those behind it: a triangle of `count`
-// columns. All rows meet a pivot before the first meets the next: only the pivot's own sum passes from row to row, so
-// their divisions overlap.
+// Rotations of the tile's rows with pivot i and, after it, with those behind it: a triangle of `count` columns. All rows
+// meet a pivot before the first meets the next: only the pivot's own sum passes from row to row, so their divisions
+// overlap.
 template <class T, std::size_t count>
-inline void rotate_triangle(const Panel<T> &panel, std::size_t k, std::size_t i)
+inline void rotate_triangle(const Panel<T> &panel, std::size_t n_rows, std::size_t i)
 {
-    const Group<T> group(panel, k, i);
     Pivot<T, count> pivot(panel, i);
-    const auto exchange = [&panel, k, i](std::size_t r, auto lanes) {
-        exchange_rows(panel, k + r, i, i + count, lanes);
-    };
-    const PlainRows<T> plain(group, pivot);
-    if (__builtin_expect(plain.all, 1)) {
-        rotate_plain_rows(group, plain, pivot);
-    } else {
-        for (std::size_t r = 0; r < rows_in_flight; ++r) rotate(group, r, pivot, exchange);
+    for (std::size_t k = 0; k < n_rows; k += rows_in_flight) {
+        const Group<T> group(panel, k, i);
+        const PlainRows<T> plain(group, pivot);
+        if (__builtin_expect(plain.all, 1)) {
+            rotate_plain_rows(group, plain, pivot);
+        } else {
+            const auto exchange = [&panel, k, i](std::size_t r, auto lanes) {
+                exchange_rows(panel, k + r, i, i + count, lanes);
+            };
+            for (std::size_t r = 0; r < rows_in_flight; ++r) rotate(group, r, pivot, exchange);
+        }
     }
     pivot.store_all();
-    if constexpr (count > 1) rotate_triangle<T, count - 1>(panel, k, i + 1);
+    if constexpr (count > 1) rotate_triangle<T, count - 1>(panel, n_rows, i + 1);
 }
 
 inline VMask lanes_of(unsigned bits, VMask)
@@ -398,14 +400,14 @@ template <class T> inline void rotate_panel(const Panel<T> &panel, const Block &
 {
     static_assert(pivots_at_once == 4);
     for (std::size_t first = 0; first < panel.pivots; first += pivots_at_once) {
+        switch (panel.pivots - first) {
+        case 1: rotate_triangle<T, 1>(panel, n_rows, first); break;
+        case 2: rotate_triangle<T, 2>(panel, n_rows, first); break;
+        case 3: rotate_triangle<T, 3>(panel, n_rows, first); break;
+        default: rotate_triangle<T, 4>(panel, n_rows, first);
+        }
         unsigned any = 0;
         for (std::size_t k = 0; k < n_rows; k += rows_in_flight) {
-            switch (panel.pivots - first) {
-            case 1: rotate_triangle<T, 1>(panel, k, first); break;
-            case 2: rotate_triangle<T, 2>(panel, k, first); break;
-            case 3: rotate_triangle<T, 3>(panel, k, first); break;
-            default: rotate_triangle<T, 4>(panel, k, first);
-            }
             any |= panel.exchanged[k / rows_in_flight];
             if (!is_last) set_apart(panel, block, k, first);
         }

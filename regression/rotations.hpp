@@ -14,7 +14,7 @@
 namespace tavik::regression {
 
 constexpr std::size_t side_by_side = 4;   // factors in a set, and columns in a vector
-constexpr std::size_t rows_per_tile = 32; // of each factor
+constexpr std::size_t rows_per_tile = 48; // of each factor
 constexpr std::size_t rows_in_flight = 8; // rows that meet a pivot one after the other
 constexpr std::size_t rows_at_once = 4;   // rows to which rotations are applied together
 
