@@ -57,13 +57,14 @@ inline FactorSet make_factors(std::size_t n, std::size_t count, Workspace &works
     return factors_in_memory(n, count, workspace.array_or_null<double>(factors_size(n, count)));
 }
 
-// Makes a tile, all of it 0; its memory is null when there is none.
+// Makes a tile whose rows are 0; its memory is null when there is none.
 inline Tile make_tile(std::size_t n, std::size_t count, Workspace &workspace)
 {
     const std::size_t values = tile_values_size(n, count), weights = count * rows_per_tile;
     const std::size_t size = values + weights + tile_scratch_size(n, count);
     auto *memory = workspace.array_or_null<double>(size);
-    if (memory != nullptr) std::fill_n(memory, size, 0.0);
+    if (memory == nullptr) return {};
+    std::fill_n(memory, values + weights, 0.0);
     return {memory, memory + values, memory + values + weights};
 }
 
@@ -80,17 +81,33 @@ inline double scale_of_row(const FactorSet &four, std::size_t which, std::size_t
     return std::isfinite(scale) ? scale : not_a_number<double>;
 }
 
-// `count` rows of one of four factors from row `first` on, as data with a weight each. Empty rows are left out, and lost
-// ones, since zero times NaN would spoil what stands before them.
-inline void copy_rows(const FactorSet &four, std::size_t which, std::size_t first, std::size_t count,
-                      double *values, double *weights, std::size_t weight_stride)
+// Nothing of an empty row is worth copying, nor of a lost one, since zero times NaN would spoil what stands before it.
+inline bool is_worth_copying(const FactorSet &four, std::size_t which, std::size_t i)
 {
-    for (std::size_t i = first; i < first + count; ++i) {
-        const double scale = scale_of_row(four, which, i);
-        if (four.diagonal[i * side_by_side + which] == 0 || std::isnan(scale)) continue;
-        four.copy_row(i, which, side_by_side, values + (i - first) * four.padded);
-        weights[(i - first) * weight_stride] = scale;
+    return four.diagonal[i * side_by_side + which] != 0 && !std::isnan(scale_of_row(four, which, i));
+}
+
+// Rows of one factor are merged into another so few at a time, since a row is rotated with pivots before its own, too,
+// from the first row's on.
+constexpr std::size_t rows_per_merge = 16;
+static_assert(rows_per_merge <= rows_per_tile && rows_per_merge % rows_in_flight == 0);
+
+// Fills the tile of one of `count` factors with rows of one of four factors, from row `first` on, each with its scale
+// as weight. Returns how many rows that makes, with empty ones behind them.
+inline std::size_t fill_tile(const FactorSet &four, std::size_t which, std::size_t first, const Tile &tile,
+                             std::size_t factor, std::size_t count)
+{
+    const std::size_t rows = std::min(rows_per_merge, four.n - first);
+    double *values = tile.values + factor * rows_per_tile * four.padded;
+    std::fill_n(values, with_rest(rows) * four.padded, 0.0);
+    for (std::size_t k = 0; k < with_rest(rows); ++k) {
+        double &weight = tile.weights[k * count + factor];
+        weight = 0;
+        if (k >= rows || !is_worth_copying(four, which, first + k)) continue;
+        four.copy_row(first + k, which, side_by_side, values + k * four.padded);
+        weight = scale_of_row(four, which, first + k);
     }
+    return with_rest(rows);
 }
 
 // Rows that are lost in one of four factors are lost in another, too, which is one of `count`.
@@ -147,18 +164,13 @@ public:
     // Merges what it has folded into factors that stand for rows before.
     void merge_into(const FactorSet &factors)
     {
-        const std::size_t n = factors.n;
         for (std::size_t which = 0; which < side_by_side; ++which)
             lose_rows(factors_, which, factors, which, side_by_side);
-        for (std::size_t first = 0; first < n; first += rows_per_tile) {
-            const std::size_t count = std::min(rows_per_tile, n - first);
-            std::fill_n(tile_.values, tile_values_size(n, side_by_side), 0.0);
-            std::fill_n(tile_.weights, side_by_side * rows_per_tile, 0.0);
+        for (std::size_t first = 0; first < factors.n; first += rows_per_merge) {
+            std::size_t n_rows = 0;
             for (std::size_t which = 0; which < side_by_side; ++which)
-                copy_rows(factors_, which, first, count,
-                          tile_.values + which * rows_per_tile * factors_.padded, tile_.weights + which,
-                          side_by_side);
-            rotation_kernels().fold_four(factors, tile_, with_rest(count), first);
+                n_rows = fill_tile(factors_, which, first, tile_, which, side_by_side);
+            rotation_kernels().fold_four(factors, tile_, n_rows, first);
         }
     }
 
@@ -244,15 +256,17 @@ inline bool unite(Fit &fit, Workspace &workspace)
     const Tile tile = make_tile(n, 1, workspace);
     if (one.p == nullptr || tile.values == nullptr) return false;
     clear(one, 1);
-    for (std::size_t which = 0; which < side_by_side; ++which) {
+    double *const row = tile.values;
+    for (std::size_t i = 0; i < n; ++i) {
+        if (!is_worth_copying(fit.many, 0, i)) continue;
+        fit.many.copy_row(i, 0, side_by_side, row);
+        one.set_row(i, row, fit.many.p[i * side_by_side]);
+    }
+    lose_rows(fit.many, 0, one, 0, 1);
+    for (std::size_t which = 1; which < side_by_side; ++which) {
         lose_rows(fit.many, which, one, 0, 1);
-        for (std::size_t first = 0; first < n; first += rows_per_tile) {
-            const std::size_t count = std::min(rows_per_tile, n - first);
-            std::fill_n(tile.values, tile_values_size(n, 1), 0.0);
-            std::fill_n(tile.weights, rows_per_tile, 0.0);
-            copy_rows(fit.many, which, first, count, tile.values, tile.weights, 1);
-            rotation_kernels().fold_one(one, tile, with_rest(count), first);
-        }
+        for (std::size_t first = 0; first < n; first += rows_per_merge)
+            rotation_kernels().fold_one(one, tile, fill_tile(fit.many, which, first, tile, 0, 1), first);
     }
     fit.factor.add(one);
     fit.has_many = false;

@@ -12,7 +12,7 @@ void Factor::start(std::size_t n_columns, long double *memory)
 {
     n_ = n_columns;
     r_ = memory;
-    scale_ = r_ + n_ * n_;
+    scale_ = r_ + rows_size(n_);
     scratch_ = scale_ + n_;
     dissolved_ = scratch_ + n_;
     total_ = dissolved_ + n_;
@@ -22,7 +22,7 @@ void Factor::start(std::size_t n_columns, long double *memory)
 
 void Factor::clear()
 {
-    std::fill_n(r_, n_ * n_ + n_, 0.0L);
+    std::fill_n(r_, rows_size(n_) + n_, 0.0L);
     std::fill_n(total_, 2 * n_, 0.0L);
     cancellation_ = 1;
 }
@@ -83,7 +83,7 @@ void Factor::limit_rank(std::size_t rows)
 
 void Factor::rotate(long double *row, long double &weight, std::size_t i)
 {
-    long double *pivot_row = r_ + i * n_;
+    long double *pivot_row = r_ + row_offset(i);
     if (scale_[i] == 0 && row[i] != 0 && std::isfinite(row[i]) && std::isfinite(weight)) { // an empty place
         std::copy(row + i, row + n_, pivot_row + i);
         scale_[i] = weight;
@@ -109,7 +109,7 @@ void Factor::add(const FactorSet &other)
 
 void Factor::dissolve_row(std::size_t i)
 {
-    long double *row = r_ + i * n_;
+    long double *row = r_ + row_offset(i);
     const long double scale = scale_[i];
     std::copy(row + i + 1, row + n_, dissolved_ + i + 1);
     std::fill(row + i, row + n_, 0.0L);
@@ -129,7 +129,8 @@ bool Factor::loses_digits() const
 long double Factor::crossproduct(std::size_t first, std::size_t last, std::size_t j, std::size_t k) const
 {
     long double sum = 0;
-    for (std::size_t i = first; i < last; ++i) sum += scale_[i] * r_[i * n_ + j] * r_[i * n_ + k];
+    last = std::min({last, j + 1, k + 1}); // below the diagonal is nothing
+    for (std::size_t i = first; i < last; ++i) sum += scale_[i] * row(i)[j] * row(i)[k];
     return sum;
 }
 

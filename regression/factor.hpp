@@ -13,7 +13,7 @@ class Factor {
 public:
     static constexpr std::size_t memory_size(std::size_t n_columns)
     {
-        return n_columns * (n_columns + 5);
+        return rows_size(n_columns) + 5 * n_columns;
     }
 
     // An empty factor in the caller's memory of memory_size elements.
@@ -50,9 +50,10 @@ public:
         return scale_[i];
     }
 
+    // From element i on.
     const long double *row(std::size_t i) const
     {
-        return r_ + i * n_;
+        return r_ + row_offset(i);
     }
 
     // Sum over rows first to last - 1 of d_i r_ij r_ik.
@@ -65,9 +66,21 @@ public:
     }
 
 private:
+    static constexpr std::size_t rows_size(std::size_t n_columns)
+    {
+        return n_columns * (n_columns + 1) / 2;
+    }
+
+    // Rows stand one behind the other without their elements before the diagonal.
+    std::size_t row_offset(std::size_t i) const
+    {
+        return i * n_ - i * (i + 1) / 2;
+    }
+
     long double own_square(std::size_t i) const
     {
-        return scale_[i] * r_[i * n_ + i] * r_[i * n_ + i];
+        const long double diagonal = row(i)[i];
+        return scale_[i] * diagonal * diagonal;
     }
 
     void fold(long double *row, long double weight, std::size_t first);

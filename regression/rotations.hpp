@@ -14,7 +14,7 @@
 namespace tavik::regression {
 
 constexpr std::size_t side_by_side = 4;   // factors in a set, and columns in a vector
-constexpr std::size_t rows_per_tile = 48; // of each factor
+constexpr std::size_t rows_per_tile = 64; // of each factor
 constexpr std::size_t rows_in_flight = 8; // rows that meet a pivot one after the other
 constexpr std::size_t rows_at_once = 4;   // rows to which rotations are applied together
 
@@ -92,13 +92,34 @@ struct FactorSet {
     // Row i of one of `count` factors, from its diagonal on.
     template <class T> void copy_row(std::size_t i, std::size_t factor, std::size_t count, T *row) const
     {
-        const std::size_t first = i / panel * panel, end = first + panel < n ? first + panel : n;
+        const std::size_t first = i / panel * panel, end = panel_end(i);
         row[i] = diagonal[i * count + factor];
         for (std::size_t j = i + 1; j < end; ++j)
             row[j] = within[(i * panel_stride + j - first) * count + factor];
         if (end == n) return;
         const double *rest = row_behind(factor, i);
         for (std::size_t j = end; j < n; ++j) row[j] = rest[j];
+    }
+
+    // The same of the only factor of a set, from a row and its p.
+    void set_row(std::size_t i, const double *row, double p_of_row) const
+    {
+        const std::size_t first = i / panel * panel, end = panel_end(i);
+        p[i] = p_of_row;
+        diagonal[i] = row[i];
+        reciprocal_p[i] = 1 / p_of_row;
+        reciprocal_diagonal[i] = 1 / row[i];
+        for (std::size_t j = i + 1; j < end; ++j) within[i * panel_stride + j - first] = row[j];
+        if (end == n) return;
+        double *rest = row_behind(0, i);
+        for (std::size_t j = end; j < n; ++j) rest[j] = row[j];
+    }
+
+    // One behind the last column in the panel of column i.
+    std::size_t panel_end(std::size_t i) const
+    {
+        const std::size_t end = (i / panel + 1) * panel;
+        return end < n ? end : n;
     }
 
     // Elements of one factor's rows in all blocks before block b.
