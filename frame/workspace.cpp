@@ -24,12 +24,37 @@ void Workspace::raise_exhausted(std::size_t n, const char *governed_by)
     tavik_ermes(terminal, 201);
 }
 
+bool Workspace::reserve(std::size_t bytes)
+{
+#ifdef __SANITIZE_ADDRESS__
+    static_cast<void>(bytes); // it sees what runs past an array only when arrays are pieces of their own
+    return true;
+#else
+    // Not aligned by the allocator, which then never finds that what it kept is large enough for the next call.
+    void *memory = bytes <= PTRDIFF_MAX - alignment ? tavik_malloc_internal(bytes + alignment) : nullptr;
+    if (memory == nullptr || !take_resource(memory, tavik_free)) {
+        tavik_free(memory);
+        return false;
+    }
+    reserve_ = static_cast<char *>(memory) + (alignment - reinterpret_cast<std::uintptr_t>(memory) % alignment);
+    reserve_size_ = bytes;
+    return true;
+#endif
+}
+
 void *Workspace::take(std::size_t n, std::size_t element_size, Use use)
 {
     static_assert(sizeof(Block) <= alignment); // lies before the elements
     std::size_t bytes = 0;
     void *memory = nullptr;
     const bool overflow = __builtin_mul_overflow(n, element_size, &bytes) || bytes > PTRDIFF_MAX - alignment;
+    const std::size_t whole_lines = (bytes + alignment - 1) / alignment * alignment;
+    if (use == Use::work && reserve_ != nullptr && !overflow && whole_lines <= reserve_size_) {
+        memory = reserve_;
+        reserve_ += whole_lines;
+        reserve_size_ -= whole_lines;
+        return memory;
+    }
     if (use == Use::work) {
         if (!overflow) memory = tavik_aligned_malloc(bytes + alignment);
         if (memory != nullptr) {
@@ -63,6 +88,7 @@ void Workspace::forget(const void *result)
 
 void Workspace::release_all()
 {
+    reserve_ = nullptr;
     while (work_ != nullptr) {
         Block *next = work_->next;
         if (work_->resource != nullptr) work_->let_go(work_->resource);

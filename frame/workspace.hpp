@@ -14,9 +14,15 @@ namespace tavik {
 
 class Workspace {
 public:
-    Workspace() : work_(nullptr), n_results_(0)
+    Workspace() : work_(nullptr), reserve_(nullptr), reserve_size_(0), n_results_(0)
     {
     } // not the slots: every public call makes one of these
+
+    // Takes memory for work arrays to come in one piece; what does not fit is taken when it comes. A routine with some
+    // megabytes in several arrays is faster so when it is called again and again: the system's allocator keeps what a
+    // call gave back only up to twice its greatest piece, and all other pages are zeroed anew. False, without an error,
+    // without memory.
+    bool reserve(std::size_t bytes);
 
     // n elements, aligned to 64 bytes, not initialised. On failure null, with error 5, 201 that names the
     // argument which governs the size, or 5, 200.
@@ -86,6 +92,8 @@ private:
     void release_all();
 
     Block *work_;
+    char *reserve_; // what is left of it
+    std::size_t reserve_size_;
     void *results_[most_results];
     int n_results_;
 };

@@ -46,6 +46,11 @@ constexpr std::int64_t count_pieces(std::int64_t n_rows, std::size_t n_columns)
     return n_rows <= most ? 1 : (n_rows + 2 * most - 1) / (2 * most) * 2;
 }
 
+inline int threads_for(std::int64_t n_rows, std::size_t n_columns)
+{
+    return thread_count(count_pieces(n_rows, n_columns), n_rows * static_cast<std::int64_t>(n_columns));
+}
+
 inline void clear(const FactorSet &factors, std::size_t count)
 {
     std::fill_n(factors.p, factors_size(factors.n, count), 0.0);
@@ -57,12 +62,16 @@ inline FactorSet make_factors(std::size_t n, std::size_t count, Workspace &works
     return factors_in_memory(n, count, workspace.array_or_null<double>(factors_size(n, count)));
 }
 
+constexpr std::size_t tile_size(std::size_t n, std::size_t count)
+{
+    return tile_values_size(n, count) + count * rows_per_tile + tile_scratch_size(n, count);
+}
+
 // Makes a tile whose rows are 0; its memory is null when there is none.
 inline Tile make_tile(std::size_t n, std::size_t count, Workspace &workspace)
 {
     const std::size_t values = tile_values_size(n, count), weights = count * rows_per_tile;
-    const std::size_t size = values + weights + tile_scratch_size(n, count);
-    auto *memory = workspace.array_or_null<double>(size);
+    auto *memory = workspace.array_or_null<double>(tile_size(n, count));
     if (memory == nullptr) return {};
     std::fill_n(memory, values + weights, 0.0);
     return {memory, memory + values, memory + values + weights};
@@ -220,7 +229,7 @@ std::int64_t add_pieces(const RowSource<Real> &rows, std::int64_t n_rows, Fit &f
 {
     const std::size_t n = fit.factor.n_columns();
     const std::int64_t n_pieces = count_pieces(n_rows, n), piece = (n_rows + n_pieces - 1) / n_pieces;
-    const int threads = thread_count(n_pieces, n_rows * static_cast<std::int64_t>(n));
+    const int threads = threads_for(n_rows, n);
     auto *folders = workspace.array_or_null<PieceFolder<Real>>(static_cast<std::size_t>(threads));
     if (folders == nullptr) return no_memory;
     for (int t = 0; t < threads; ++t) {
@@ -299,13 +308,28 @@ std::int64_t add_few(const RowSource<Real> &rows, std::int64_t n_rows, Fit &fit,
     return tally.first_bad;
 }
 
+// Below, merging four factors costs more than folding the rows of each.
+constexpr bool enough_for_four(std::int64_t n_rows, std::size_t n_columns)
+{
+    return n_rows >= static_cast<std::int64_t>(8 * n_columns);
+}
+
+// Bytes that add_rows and unite take of a workspace, and some more.
+template <class Real> std::size_t accumulation_size(std::int64_t n_rows, std::size_t n)
+{
+    std::size_t size = factors_size(n, 1) + tile_size(n, 1) + 4 * padded_columns(n);
+    if (enough_for_four(n_rows, n))
+        size += static_cast<std::size_t>(threads_for(n_rows, n)) *
+                (factors_size(n, side_by_side) + tile_size(n, side_by_side) + padded_columns(n) +
+                 sizeof(PieceFolder<Real>) / sizeof(double));
+    return (size + 64) * sizeof(double);
+}
+
 template <class Real>
 std::int64_t add_rows(const RowSource<Real> &rows, std::int64_t n_rows, Fit &fit, Workspace &workspace)
 {
-    // Below, merging four factors costs more than folding the rows of each.
-    const auto least_for_four = static_cast<std::int64_t>(8 * fit.factor.n_columns());
-    return n_rows < least_for_four ? add_few(rows, n_rows, fit, workspace)
-                                   : add_pieces(rows, n_rows, fit, workspace);
+    return enough_for_four(n_rows, fit.factor.n_columns()) ? add_pieces(rows, n_rows, fit, workspace)
+                                                           : add_few(rows, n_rows, fit, workspace);
 }
 
 // Takes one row out. False when it cannot have been added.

@@ -21,14 +21,20 @@ inline V shifted_if_finite(V values, V shift, V &not_finite)
     return values - shift;
 }
 
+// `to` is `lead` elements before an aligned one: vectors that are written must not lie across cache lines, which costs
+// more than to read such.
 template <class Real>
 inline void take_finite_values(const Real *from, std::size_t n, const double *shift, double *to,
-                               V &not_finite)
+                               std::size_t lead, V &not_finite)
 {
     const auto take = [&](std::size_t j) {
         store(to + j, shifted_if_finite(load(from + j), load(shift + j), not_finite));
     };
     std::size_t j = 0;
+    if (lead > 0 && n > 4 * side_by_side) { // what is written twice shall be little
+        take(0);
+        j = lead;
+    }
     for (; j + side_by_side <= n; j += side_by_side) take(j);
     if (j < n && n > side_by_side) {
         take(n - side_by_side); // again in part
@@ -50,10 +56,10 @@ inline bool take_finite_rows(const RowSource<Real> rows, std::size_t first, std:
     for (std::size_t k = 0; k < n; ++k, values += padded) {
         values[0] = 1; // what follows goes there without an intercept
         take_finite_values(rows.x + (first + k) * rows.x_stride, n_independent, shift, values + one,
-                           not_finite);
+                           one * (side_by_side - 1), not_finite);
         if (n_dependent > 0)
             take_finite_values(rows.y + (first + k) * n_dependent, n_dependent, shift + n_independent,
-                               values + one + n_independent, not_finite);
+                               values + one + n_independent, 0, not_finite);
     }
     return !any(not_finite != V{});
 }

@@ -285,7 +285,9 @@ void l_regression(int n_rows, int n_independent, const Real *x, const Real *y, A
         if (!open_series(series, shape, n_rows)) return;
     } else if (!staged) {
         const std::size_t n = shape.n_columns();
-        void *memory = n <= most_columns ? workspace.array_or_null<char>(fit_memory_size(n)) : nullptr;
+        void *memory = nullptr;
+        if (n <= most_columns && workspace.reserve(fit_memory_size(n) + accumulation_size<Real>(n_rows, n)))
+            memory = workspace.array_or_null<char>(fit_memory_size(n));
         if (memory == nullptr) {
             raise_no_memory_for_rows(n_rows, shape);
             return;
