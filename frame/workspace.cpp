@@ -36,7 +36,8 @@ bool Workspace::reserve(std::size_t bytes)
         tavik_free(memory);
         return false;
     }
-    reserve_ = static_cast<char *>(memory) + (alignment - reinterpret_cast<std::uintptr_t>(memory) % alignment);
+    reserve_ =
+        static_cast<char *>(memory) + (alignment - reinterpret_cast<std::uintptr_t>(memory) % alignment);
     reserve_size_ = bytes;
     return true;
 #endif

@@ -18,7 +18,15 @@ struct Block {
     std::size_t first;        // pivot
     double *h;                // factor after factor: h12 and h21, at twice rotation_index
     unsigned char *exchanges; // lanes whose rows change places, as bits: at rotation_index
-    unsigned *exchanged;      // of each group of rows: all lanes in which some do
+    unsigned *exchanged;      // of every rows_at_once rows: all lanes in which some do
+
+    // The same of the tile's first n_rows.
+    unsigned exchanged_in(std::size_t n_rows) const
+    {
+        unsigned lanes = 0;
+        for (std::size_t k = 0; k < n_rows; k += rows_at_once) lanes |= exchanged[k / rows_at_once];
+        return lanes;
+    }
 };
 
 // Of row k and pivot i of a block: rows that rotations are applied to together stand together.
@@ -27,7 +35,7 @@ inline std::size_t rotation_index(std::size_t k, std::size_t i)
     return (k / rows_at_once * pivots_in_block + i) * rows_at_once + k % rows_at_once;
 }
 
-// A group of a tile's rows within one panel, and the rotations that are set up for it.
+// A tile's rows within one panel, and the rotations that are set up for them.
 template <class T> struct Panel {
     static constexpr std::size_t factors = factors_in<T>;
 
@@ -45,17 +53,17 @@ template <class T> struct Panel {
     std::size_t first, pivots;
     double *p, *diagonal, *reciprocal_p, *reciprocal_diagonal, *within; // of the panel's first row on
     double *weights;
-    double *rows;             // of the group: rows_in_flight x panel_stride x factors
-    double *h;                // of the group: pivot after pivot h12, h21, of all factors each
+    double *rows;             // rows_per_tile x panel_stride x factors
+    double *h;                // row after row, of pivots_at_once pivots h12, h21, of all factors each
     unsigned char *exchanges; // of the block, from the panel's first pivot on
     unsigned *exchanged;
 
-    // Both while the row's group is at work.
     double *row(std::size_t k) const
     {
         return rows + k * panel_stride * factors;
     }
 
+    // Until rotations with other pivots are set up.
     double *rotation(std::size_t k, std::size_t i) const
     {
         return h + 2 * (k * pivots_at_once + i % pivots_at_once) * factors;
@@ -102,7 +110,7 @@ __attribute__((noinline)) void exchange_rows(const Panel<T> &panel, std::size_t 
         store(row + j * factors, v);
     }
     panel.exchange(k, i) = static_cast<unsigned char>(true_lanes(lanes));
-    panel.exchanged[k / rows_in_flight] |= true_lanes(lanes);
+    panel.exchanged[k / rows_at_once] |= true_lanes(lanes);
 }
 
 // A square below this counts as 0. What equal columns leave of each other shrinks from column to column by the
@@ -171,8 +179,8 @@ template <class T> inline T larger(T a, T b)
 }
 
 // What the rotations of a group of plain rows with a pivot are made of. A row is plain that weighs something in the
-// pivot's column, and less than the pivot alone. One look at all of them saves many at each. A pivot that is NaN hides all
-// rows, even those without weight, in columns that are lost anyway.
+// pivot's column, and less than the pivot alone. One look at all of them saves many at each. A pivot that is NaN hides
+// all rows, even those without weight, in columns that are lost anyway.
 template <class T> struct PlainRows {
     T x[rows_in_flight + 1]; // of the pivot, before and behind each row
     bool all;
@@ -225,7 +233,7 @@ inline void rotate_plain_rows(const Group<T> &group, const PlainRows<T> &plain, 
 }
 
 // Sets up the rotation of row r of the group with the pivot and applies it to the `count` columns from the pivot's on.
-// There is one division. Unless all rows are plain, `exchange` makes a row that outweighs the pivot and the pivot's
+// There is one division. `exchange` makes a row that outweighs the pivot and the pivot's
 // change places in memory, since that happens too seldom for the pivot to leave its registers otherwise; and a row
 // without weight in this column is left as it is: nothing is to be rotated, and if it has none at all, it could grow
 // on and on.
@@ -238,7 +246,7 @@ inline void rotate(const Group<T> &group, std::size_t r, Pivot<T, count> &pivot,
     T w = load_as<T>(weight), y = load_as<T>(row), p2 = w * y;
     const T least = T{} + least_square, square = p2 * y, own_square = pivot.p * pivot.x;
     const auto outweighs = square >= (own_square < least ? least : own_square), // never beside NaN
-               idle = square < least;                                           // NaN is not
+        idle = square < least;                                                  // NaN is not
     if (any(outweighs)) {
         pivot.store_all();
         exchange(r, outweighs);
@@ -297,21 +305,22 @@ inline SMask lanes_of(unsigned bits, SMask)
     return SMask{bits != 0 ? -1 : 0, 0};
 }
 
-// Applies the rotations of a group of rows with pivots_at_once pivots from `first` on to `columns` columns of the
-// panel from j on. The pivots' rows stay in registers while all rows pass.
+// Applies the rotations of the tile's rows with pivots_at_once pivots from `first` on to `columns` columns of the panel
+// from j on. The pivots' rows stay in registers while all rows pass.
 template <class T, std::size_t columns, bool with_exchanges>
-inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t end, std::size_t first, std::size_t j)
+inline void rotate_columns(const Panel<T> &panel, std::size_t n_rows, std::size_t first, std::size_t j)
 {
-    constexpr std::size_t factors = factors_in<T>, row_stride = panel_stride * factors, h_stride = 2 * pivots_at_once * factors;
+    constexpr std::size_t factors = factors_in<T>, row_stride = panel_stride * factors,
+                          h_stride = 2 * pivots_at_once * factors;
     double *pivot_rows = panel.within + (first * panel_stride + j) * factors;
     T pivot[pivots_at_once][columns];
     for (std::size_t i = 0; i < pivots_at_once; ++i) {
         for (std::size_t c = 0; c < columns; ++c)
             pivot[i][c] = load_as<T>(pivot_rows + i * row_stride + c * factors);
     }
-    double *row = panel.row(k) + j * factors;
-    const double *h = panel.rotation(k, first);
-    for (; k < end; ++k, row += row_stride, h += h_stride) {
+    double *row = panel.row(0) + j * factors;
+    const double *h = panel.rotation(0, first);
+    for (std::size_t k = 0; k < n_rows; ++k, row += row_stride, h += h_stride) {
         T y[columns];
         for (std::size_t c = 0; c < columns; ++c) y[c] = load_as<T>(row + c * factors);
         for (std::size_t i = 0; i < pivots_at_once; ++i) {
@@ -333,20 +342,20 @@ inline void rotate_columns(const Panel<T> &panel, std::size_t k, std::size_t end
 }
 
 template <class T, bool with_exchanges>
-inline void rotate_rest_of_panel(const Panel<T> &panel, std::size_t k, std::size_t end, std::size_t first)
+inline void rotate_rest_of_panel(const Panel<T> &panel, std::size_t n_rows, std::size_t first)
 {
     std::size_t j = first + pivots_at_once;
     for (; j + 3 <= panel.pivots && j + 4 != panel.pivots; j += 3)
-        rotate_columns<T, 3, with_exchanges>(panel, k, end, first, j);
-    for (; j + 2 <= panel.pivots; j += 2) rotate_columns<T, 2, with_exchanges>(panel, k, end, first, j);
-    if (j < panel.pivots) rotate_columns<T, 1, with_exchanges>(panel, k, end, first, j);
+        rotate_columns<T, 3, with_exchanges>(panel, n_rows, first, j);
+    for (; j + 2 <= panel.pivots; j += 2) rotate_columns<T, 2, with_exchanges>(panel, n_rows, first, j);
+    if (j < panel.pivots) rotate_columns<T, 1, with_exchanges>(panel, n_rows, first, j);
 }
 
-// Takes the group of rows from row k on into the panel.
-inline void take_group(const Panel<V> &panel, const FactorSet &f, const Tile &tile, std::size_t k)
+// Takes the tile's rows into the panel.
+inline void take_rows(const Panel<V> &panel, const FactorSet &f, const Tile &tile, std::size_t n_rows)
 {
     const std::size_t factor_stride = rows_per_tile * f.padded;
-    for (std::size_t r = k; r < k + rows_in_flight; ++r) {
+    for (std::size_t r = 0; r < n_rows; ++r) {
         const double *from = tile.values + r * f.padded + panel.first;
         for (std::size_t j = 0; j < panel.pivots; j += side_by_side) {
             V a = load(from + j), b = load(from + factor_stride + j), c = load(from + 2 * factor_stride + j),
@@ -361,34 +370,39 @@ inline void take_group(const Panel<V> &panel, const FactorSet &f, const Tile &ti
     }
 }
 
-inline void take_group(const Panel<S> &panel, const FactorSet &f, const Tile &tile, std::size_t k)
+inline void take_rows(const Panel<S> &panel, const FactorSet &f, const Tile &tile, std::size_t n_rows)
 {
-    for (std::size_t r = k; r < k + rows_in_flight; ++r)
+    for (std::size_t r = 0; r < n_rows; ++r)
         __builtin_memcpy(panel.row(r), tile.values + r * f.padded + panel.first,
                          panel.pivots * sizeof(double));
 }
 
-// Puts the rotations of a group of rows among those of the block, one factor's together: read again and again there,
-// they stay in the first-level cache.
-inline void set_apart(const Panel<V> &panel, const Block &block, std::size_t k, std::size_t first)
+// Puts the rotations of the tile's rows with pivots_at_once pivots from `first` on among those of the block, one
+// factor's together: read again and again there, they stay in the nearest caches. Whole lines are written at a time.
+inline void set_apart(const Panel<V> &panel, const Block &block, std::size_t n_rows, std::size_t first)
 {
-    for (std::size_t r = k; r < k + rows_in_flight; r += 2) {
-        for (std::size_t i = first; i < first + pivots_at_once; ++i) { // columns follow whole panels only
-            const double *one = panel.rotation(r, i), *other = panel.rotation(r + 1, i);
-            V a = load(one), b = load(one + side_by_side), c = load(other), d = load(other + side_by_side);
-            transpose(a, b, c, d);
+    static_assert(rows_at_once == 4);
+    for (std::size_t r = 0; r < n_rows; r += rows_at_once) {
+        for (std::size_t i = first; i < first + pivots_at_once; ++i) {
+            V of_factor[2][side_by_side]; // two rows' h12 and h21 each
+            for (std::size_t half = 0; half < 2; ++half) {
+                V(&v)[side_by_side] = of_factor[half];
+                for (std::size_t q = 0; q < side_by_side; ++q)
+                    v[q] = load(panel.rotation(r + 2 * half + q / 2, i) + q % 2 * side_by_side);
+                transpose(v[0], v[1], v[2], v[3]);
+            }
             double *to = block.h + 2 * rotation_index(r, panel.first - block.first + i);
-            store(to, a);
-            store(to + h_size, b);
-            store(to + 2 * h_size, c);
-            store(to + 3 * h_size, d);
+            for (std::size_t factor = 0; factor < side_by_side; ++factor, to += h_size) {
+                store(to, of_factor[0][factor]);
+                store(to + side_by_side, of_factor[1][factor]);
+            }
         }
     }
 }
 
-inline void set_apart(const Panel<S> &panel, const Block &block, std::size_t k, std::size_t first)
+inline void set_apart(const Panel<S> &panel, const Block &block, std::size_t n_rows, std::size_t first)
 {
-    for (std::size_t r = k; r < k + rows_in_flight; ++r) {
+    for (std::size_t r = 0; r < n_rows; ++r) {
         for (std::size_t i = first; i < first + pivots_at_once; ++i)
             __builtin_memcpy(block.h + 2 * rotation_index(r, panel.first - block.first + i),
                              panel.rotation(r, i), 2 * sizeof(double));
@@ -396,7 +410,8 @@ inline void set_apart(const Panel<S> &panel, const Block &block, std::size_t k, 
 }
 
 // All rotations of the tile's rows with the panel, a few pivots after the other.
-template <class T> inline void rotate_panel(const Panel<T> &panel, const Block &block, std::size_t n_rows, bool is_last)
+template <class T>
+inline void rotate_panel(const Panel<T> &panel, const Block &block, std::size_t n_rows, bool is_last)
 {
     static_assert(pivots_at_once == 4);
     for (std::size_t first = 0; first < panel.pivots; first += pivots_at_once) {
@@ -406,13 +421,9 @@ template <class T> inline void rotate_panel(const Panel<T> &panel, const Block &
         case 3: rotate_triangle<T, 3>(panel, n_rows, first); break;
         default: rotate_triangle<T, 4>(panel, n_rows, first);
         }
-        unsigned any = 0;
-        for (std::size_t k = 0; k < n_rows; k += rows_in_flight) {
-            any |= panel.exchanged[k / rows_in_flight];
-            if (!is_last) set_apart(panel, block, k, first);
-        }
-        if (any != 0) rotate_rest_of_panel<T, true>(panel, 0, n_rows, first);
-        else rotate_rest_of_panel<T, false>(panel, 0, n_rows, first);
+        if (!is_last) set_apart(panel, block, n_rows, first);
+        if (block.exchanged_in(n_rows) != 0) rotate_rest_of_panel<T, true>(panel, n_rows, first);
+        else rotate_rest_of_panel<T, false>(panel, n_rows, first);
     }
 }
 

@@ -27,7 +27,7 @@ inline void fold(const FactorSet &f, const Tile &tile, std::size_t n_rows, std::
     const std::size_t all_columns = whole_vectors(f.n);
     for (std::size_t first = first_column / f.panel * f.panel, block_end; first < f.n; first = block_end) {
         block_end = (first / pivots_in_block + 1) * pivots_in_block;
-        unsigned exchanged[rows_per_tile / rows_in_flight] = {};
+        unsigned exchanged[rows_per_tile / rows_at_once] = {};
         const Block block = {first, h, exchanges, exchanged};
         __builtin_memset(exchanges, 0, rows_per_tile * pivots_in_block);
         const auto rotate_columns_behind = [&](std::size_t from, std::size_t to) {
@@ -39,7 +39,7 @@ inline void fold(const FactorSet &f, const Tile &tile, std::size_t n_rows, std::
             if (column > first) rotate_columns_behind(column, column + f.panel);
             const bool is_last = column + f.panel >= f.n;
             const Panel<T> panel(f, tile, block, column);
-            for (std::size_t k = 0; k < n_rows; k += rows_in_flight) take_group(panel, f, tile, k);
+            take_rows(panel, f, tile, n_rows);
             rotate_panel(panel, block, n_rows, is_last);
             if (is_last) return;
         }

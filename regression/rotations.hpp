@@ -176,8 +176,8 @@ constexpr std::size_t tile_values_size(std::size_t n, std::size_t count)
     return count * rows_per_tile * padded_columns(n);
 }
 
-// The scratch begins with a group of rows in a panel, and h12 and h21 of its rotations. Bytes for exchanges with a
-// block's pivots follow, and, where columns lie behind a panel, h12 and h21 of the block's rotations.
+// The scratch begins with the rows in a panel, and h12 and h21 of their rotations with a few pivots. Bytes for exchanges
+// with a block's pivots follow, and, where columns lie behind a panel, h12 and h21 of the block's rotations.
 constexpr std::size_t tile_panel_size(std::size_t count)
 {
     return count * rows_per_tile * (panel_stride + 2 * pivots_at_once);

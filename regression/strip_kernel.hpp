@@ -45,9 +45,11 @@ __attribute__((noinline)) void rotate_rows(const Strip &strip, std::size_t k, st
                                            std::size_t first, std::size_t end)
 {
     const std::size_t stride = strip.stride, pivot_stride = strip.pivot_stride;
-    double *values = strip.values + k * stride, *const first_pivot_row = strip.pivot_rows + first * pivot_stride;
+    double *values = strip.values + k * stride, *const first_pivot_row =
+                                                    strip.pivot_rows + first * pivot_stride;
     const double *h_first = strip.h + 2 * rotation_index(k, first);
-    for (; k < rows_end; k += rows_at_once, values += rows_at_once * stride, h_first += 2 * rotation_index(rows_at_once, 0)) {
+    for (; k < rows_end;
+         k += rows_at_once, values += rows_at_once * stride, h_first += 2 * rotation_index(rows_at_once, 0)) {
         double *pivot_row = first_pivot_row;
         const double *h = h_first, *const h_end = h + 2 * rotation_index(0, end - first);
         V y[rows_at_once][vectors];
@@ -108,16 +110,14 @@ template <std::size_t vectors> void rotate_rows_with_exchanges(const Strip &stri
     if (first < strip.pivots) rotate_rows<vectors, false>(strip, k, k + rows_at_once, first, strip.pivots);
 }
 
-// All rows of the tile, `exchanged` has the lanes in which some row of a group changed places. The last rows but
-// rows_at_once fetch ahead, so that what they fetch comes in time and is not driven out again.
+// All rows of the tile. The last but rows_at_once fetch ahead, so that what they fetch comes in time and is not driven
+// out again.
 template <std::size_t vectors>
-inline void rotate_strip(const Strip &strip, std::size_t n_rows, const unsigned *exchanged)
+inline void rotate_strip(const Strip &strip, const Block &block, std::size_t n_rows)
 {
-    unsigned any = 0;
-    for (std::size_t group = 0; group < n_rows / rows_in_flight; ++group) any |= exchanged[group];
-    if (__builtin_expect((any & strip.lane_bit) != 0, 0)) {
+    if (__builtin_expect((block.exchanged_in(n_rows) & strip.lane_bit) != 0, 0)) {
         for (std::size_t k = 0; k < n_rows; k += rows_at_once) {
-            if ((exchanged[k / rows_in_flight] & strip.lane_bit) != 0)
+            if ((block.exchanged[k / rows_at_once] & strip.lane_bit) != 0)
                 rotate_rows_with_exchanges<vectors>(strip, k);
             else rotate_rows<vectors, false>(strip, k, k + rows_at_once, 0, strip.pivots);
         }
@@ -144,10 +144,10 @@ inline void rotate_strips(const FactorSet &f, const Tile &tile, const Block &blo
                      block.exchanges, 1u << factor};
     };
     for (; column + 3 * side_by_side <= end && column + 4 * side_by_side != end; column += 3 * side_by_side)
-        rotate_strip<3>(strip(), n_rows, block.exchanged);
+        rotate_strip<3>(strip(), block, n_rows);
     for (; column + 2 * side_by_side <= end; column += 2 * side_by_side)
-        rotate_strip<2>(strip(), n_rows, block.exchanged);
-    if (column < end) rotate_strip<1>(strip(), n_rows, block.exchanged);
+        rotate_strip<2>(strip(), block, n_rows);
+    if (column < end) rotate_strip<1>(strip(), block, n_rows);
 }
 
 } // namespace
