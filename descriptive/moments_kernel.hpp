@@ -3,40 +3,17 @@
 
 #include "moments.hpp"
 
+#include "numerical/four_lanes.hpp"
+
 namespace tavik::descriptive {
 namespace {
 
-using V = double __attribute__((vector_size(lanes * sizeof(double))));
-using VMask = long long __attribute__((vector_size(lanes * sizeof(double))));
-using F4 = float __attribute__((vector_size(lanes * sizeof(float))));
+using namespace four_lanes;
+static_assert(sizeof(V) == lanes * sizeof(double));
 
 constexpr double infinite = __builtin_inf();
 constexpr int second_level = 2; // of cache: a panel and its successor do not both fit the first
 constexpr double undefined = __builtin_nan("");
-
-inline V load(const double *x)
-{
-    V v;
-    __builtin_memcpy(&v, x, sizeof v);
-    return v;
-}
-
-inline V load(const float *x)
-{
-    F4 v;
-    __builtin_memcpy(&v, x, sizeof v);
-    return __builtin_convertvector(v, V);
-}
-
-inline void store(double *to, V v)
-{
-    __builtin_memcpy(to, &v, sizeof v);
-}
-
-inline V broadcast(double value)
-{
-    return V{value, value, value, value};
-}
 
 // What one sweep over the rows of a block gathers of each column, as arrays of one slot a column: power sums
 // about `shift`, and the extremes.
@@ -327,11 +304,6 @@ void weighted_moments(const double *x, const double *mass, std::size_t n, const 
 inline V absolute(V v)
 {
     return v < 0 ? -v : v;
-}
-
-inline bool any(VMask mask)
-{
-    return (mask[0] | mask[1] | mask[2] | mask[3]) != 0;
 }
 
 void merge_moments(const Moments &total, const Moments &block)

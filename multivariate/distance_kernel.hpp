@@ -3,39 +3,13 @@
 
 #include "distances.hpp"
 
+#include "numerical/four_lanes.hpp"
+
 namespace tavik::multivariate {
 namespace {
 
-using V = double __attribute__((vector_size(lanes * sizeof(double))));
-using VMask = decltype(V{} < V{});
-
-inline V load(const double *from)
-{
-    V v;
-    __builtin_memcpy(&v, from, sizeof v);
-    return v;
-}
-
-inline void store(double *to, V v)
-{
-    __builtin_memcpy(to, &v, sizeof v);
-}
-
-inline bool any(VMask mask)
-{
-#ifdef __AVX2__
-    return __builtin_ia32_movmskpd256(__builtin_bit_cast(V, mask)) != 0;
-#else
-    return (mask[0] | mask[1] | mask[2] | mask[3]) != 0;
-#endif
-}
-
-inline V load(const float *from)
-{
-    float __attribute__((vector_size(lanes * sizeof(float)))) v;
-    __builtin_memcpy(&v, from, sizeof v);
-    return __builtin_convertvector(v, V);
-}
+using namespace four_lanes;
+static_assert(sizeof(V) == lanes * sizeof(double));
 
 // The first n values, fewer than a vector has; the other lanes are 0.
 template <class Real> inline V load_some(const Real *from, std::size_t n)

@@ -13,11 +13,7 @@ using Rows = int __attribute__((vector_size(lanes * sizeof(int))));
 // Bit j for lane j.
 inline int lanes_in(VMask mask)
 {
-#ifdef __AVX2__
-    return __builtin_ia32_movmskpd256(__builtin_bit_cast(V, mask));
-#else
-    return static_cast<int>((mask[0] & 1) | (mask[1] & 2) | (mask[2] & 4) | (mask[3] & 8));
-#endif
+    return static_cast<int>(true_lanes(mask));
 }
 
 #ifdef __AVX2__
@@ -45,8 +41,8 @@ constexpr Orders orders = make_orders();
 
 inline void append(Rows rows, int set, int *to, int &count)
 {
-    using F4 = float __attribute__((vector_size(4 * sizeof(float)))); // as which integers are moved
-    const F4 ordered = __builtin_ia32_vpermilvarps(__builtin_bit_cast(F4, rows), orders.of[set]);
+    const F4 ordered = // integers, moved as if they were floats
+        __builtin_ia32_vpermilvarps(__builtin_bit_cast(F4, rows), orders.of[set]);
     __builtin_memcpy(to + count, &ordered, sizeof ordered);
     count += orders.count[set];
 }

@@ -4,12 +4,18 @@
 
 #include "rotations.hpp"
 
+#include "numerical/four_lanes.hpp"
+
 namespace tavik::regression {
 namespace {
 
-using V = double __attribute__((vector_size(side_by_side * sizeof(double))));
-using VMask = decltype(V{} < V{});
-using F4 = float __attribute__((vector_size(side_by_side * sizeof(float))));
+using four_lanes::any;
+using four_lanes::broadcast;
+using four_lanes::load;
+using four_lanes::true_lanes;
+using four_lanes::V;
+using four_lanes::VMask;
+static_assert(sizeof(V) == side_by_side * sizeof(double));
 
 // What rotations are set up with: V for four factors at a time, and for one S, of which only the first lane counts.
 // So both are selected by masks, without branches.
@@ -28,38 +34,6 @@ template <class T> inline T load_as(const double *from)
 template <class T> inline void store(double *to, T v)
 {
     __builtin_memcpy(to, &v, factors_in<T> * sizeof *to);
-}
-
-inline V load(const double *from)
-{
-    return load_as<V>(from);
-}
-
-inline V load(const float *from)
-{
-    F4 v;
-    __builtin_memcpy(&v, from, sizeof v);
-    return __builtin_convertvector(v, V);
-}
-
-inline V broadcast(double value)
-{
-    return V{value, value, value, value};
-}
-
-// Bit k is set when lane k is true.
-inline unsigned true_lanes(VMask mask)
-{
-    return static_cast<unsigned>((mask[0] & 1) | (mask[1] & 2) | (mask[2] & 4) | (mask[3] & 8));
-}
-
-inline bool any(VMask mask)
-{
-#ifdef __AVX2__
-    return __builtin_ia32_movmskpd256(__builtin_bit_cast(V, mask)) != 0;
-#else
-    return (mask[0] | mask[1] | mask[2] | mask[3]) != 0;
-#endif
 }
 
 inline unsigned true_lanes(SMask mask)
