@@ -11,6 +11,15 @@ namespace {
 
 constexpr std::size_t alignment = 64;
 
+// The address sanitizer sees what runs past an array only when arrays are pieces of memory of their own.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool arrays_apart = true;
+#elif defined(__has_feature)
+constexpr bool arrays_apart = __has_feature(address_sanitizer);
+#else
+constexpr bool arrays_apart = false;
+#endif
+
 } // namespace
 
 void Workspace::raise_exhausted(std::size_t n, const char *governed_by)
@@ -26,12 +35,10 @@ void Workspace::raise_exhausted(std::size_t n, const char *governed_by)
 
 bool Workspace::reserve(std::size_t bytes)
 {
-#ifdef __SANITIZE_ADDRESS__
-    static_cast<void>(bytes); // it sees what runs past an array only when arrays are pieces of their own
-    return true;
-#else
+    if (bytes > PTRDIFF_MAX - alignment) return false;
+    if (arrays_apart) return true;
     // Not aligned by the allocator, which then never finds that what it kept is large enough for the next call.
-    void *memory = bytes <= PTRDIFF_MAX - alignment ? tavik_malloc_internal(bytes + alignment) : nullptr;
+    void *memory = tavik_malloc_internal(bytes + alignment);
     if (memory == nullptr || !take_resource(memory, tavik_free)) {
         tavik_free(memory);
         return false;
@@ -40,7 +47,6 @@ bool Workspace::reserve(std::size_t bytes)
         static_cast<char *>(memory) + (alignment - reinterpret_cast<std::uintptr_t>(memory) % alignment);
     reserve_size_ = bytes;
     return true;
-#endif
 }
 
 void *Workspace::take(std::size_t n, std::size_t element_size, Use use)

@@ -19,9 +19,9 @@ public:
     } // not the slots: every public call makes one of these
 
     // Takes memory for work arrays to come in one piece; what does not fit is taken when it comes. A routine with some
-    // megabytes in several arrays is faster so when it is called again and again: the system's allocator keeps what a
-    // call gave back only up to twice its greatest piece, and all other pages are zeroed anew. False, without an error,
-    // without memory.
+    // megabytes in several arrays is faster so when it is called again and again: glibc's malloc keeps what a call gave
+    // back only up to twice its greatest piece, and the system zeroes all other pages anew. False, without an error,
+    // without memory. Does nothing under the address sanitizer.
     bool reserve(std::size_t bytes);
 
     // n elements, aligned to 64 bytes, not initialised. On failure null, with error 5, 201 that names the

@@ -126,6 +126,8 @@ void l_cluster_k_means(int n_observations, int n_variables, const Real *x, int n
     int n_iterations = 0;
     const bool converged = iterate(partition, transfers, options.max_iterations, out.history, n_iterations);
     write_outputs(partition, out, static_cast<std::size_t>(options.means_col_dim));
+    if (options.n_iterations != nullptr)
+        *options.n_iterations = n_iterations; // a bad pointer ends the call here
 
     const auto hand_over = [&](const auto &output, auto *array) {
         if (output.pointer != nullptr) *output.pointer = workspace.hand_over(array);
@@ -134,7 +136,6 @@ void l_cluster_k_means(int n_observations, int n_variables, const Real *x, int n
     hand_over(options.sums_of_squares, out.sums_of_squares);
     hand_over(options.counts, out.counts);
     hand_over(options.history, out.history);
-    if (options.n_iterations != nullptr) *options.n_iterations = n_iterations;
     result = workspace.hand_over(out.membership);
     if (!converged) {
         tavik_e1sti(1, options.max_iterations);

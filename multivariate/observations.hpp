@@ -54,7 +54,7 @@ template <class Real> struct Observations {
             greatest = std::max(greatest, unscaled_mass(i));
         }
         const bool extreme = greatest > 1e100 || (greatest > 0 && greatest < 1e-100);
-        mass_scale = extreme ? std::ldexp(1.0, -std::ilogb(greatest)) : 1;
+        mass_scale = extreme ? std::ldexp(1.0, std::min(-std::ilogb(greatest), 1023)) : 1; // a finite one
         least_mass = has_masses() ? scaled(least) : 1;
         greatest_mass = has_masses() ? scaled(greatest) : 1;
     }

@@ -30,9 +30,16 @@ inline std::size_t read_rows(const RowSource<double> &rows, std::int64_t &next, 
     return rotation_kernels().read_d(rows, next, end, most, to, tally);
 }
 
-// Up to this many rows times the square of the columns, rows are few; up to the second, so few that they are folded
-// in long double at once.
-constexpr std::size_t most_work_of_few = 65536, most_work_of_very_few = 256;
+// Rows so few that it costs no time to fold them in long double; the second, at once.
+constexpr bool are_few(std::int64_t n_rows, std::size_t n_columns)
+{
+    return static_cast<std::size_t>(n_rows) <= 65536 / (n_columns * n_columns);
+}
+
+constexpr bool are_very_few(std::int64_t n_rows, std::size_t n_columns)
+{
+    return static_cast<std::size_t>(n_rows) <= 256 / (n_columns * n_columns);
+}
 
 constexpr std::int64_t rows_per_piece(std::size_t n_columns)
 {
@@ -265,7 +272,7 @@ inline bool unite(Fit &fit, Workspace &workspace)
     const Tile tile = make_tile(n, 1, workspace);
     if (one.p == nullptr || tile.values == nullptr) return false;
     clear(one, 1);
-    double *const row = tile.values;
+    double *const row = tile.values; // which is filled anew
     for (std::size_t i = 0; i < n; ++i) {
         if (!is_worth_copying(fit.many, 0, i)) continue;
         fit.many.copy_row(i, 0, side_by_side, row);
@@ -314,9 +321,10 @@ constexpr bool enough_for_four(std::int64_t n_rows, std::size_t n_columns)
     return n_rows >= static_cast<std::int64_t>(8 * n_columns);
 }
 
-// Bytes that add_rows and unite take of a workspace, and some more.
+// Bytes that add_rows and unite take of a workspace, and some more; were it too little, that would only cost time.
 template <class Real> std::size_t accumulation_size(std::int64_t n_rows, std::size_t n)
 {
+    if (are_very_few(n_rows, n)) return 0;
     std::size_t size = factors_size(n, 1) + tile_size(n, 1) + 4 * padded_columns(n);
     if (enough_for_four(n_rows, n))
         size += static_cast<std::size_t>(threads_for(n_rows, n)) *

@@ -129,8 +129,9 @@ bool Factor::loses_digits() const
 long double Factor::crossproduct(std::size_t first, std::size_t last, std::size_t j, std::size_t k) const
 {
     long double sum = 0;
-    last = std::min({last, j + 1, k + 1}); // below the diagonal is nothing
-    for (std::size_t i = first; i < last; ++i) sum += scale_[i] * row(i)[j] * row(i)[k];
+    const std::size_t end = std::min({last, j + 1, k + 1});
+    for (std::size_t i = first; i < end; ++i) sum += scale_[i] * row(i)[j] * row(i)[k];
+    for (std::size_t i = std::max(first, end); i < last; ++i) sum += scale_[i] * 0; // NaN spreads
     return sum;
 }
 

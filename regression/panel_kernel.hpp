@@ -178,15 +178,17 @@ template <class T> inline T larger(T a, T b)
     return a > b ? a : b;
 }
 
-// What the rotations of a group of plain rows with a pivot are made of. A row is plain that weighs something in the
-// pivot's column, and less than the pivot alone. One look at all of them saves many at each. A pivot that is NaN hides
-// all rows, even those without weight, in columns that are lost anyway.
-template <class T> struct PlainRows {
+// What the rotations of a group of rows with a pivot are made of, provided that all rows are plain: each weighs something
+// in the pivot's column, and less than the pivot alone. One look at all of them saves many at each. A row that is NaN
+// counts as plain, since it spoils all that it meets in any case; beside a pivot that is NaN all do, even those without
+// weight, in columns that are lost anyway. So the second of two numbers must win in `smaller` and `larger` when one is
+// NaN.
+template <class T> struct PlainRotations {
     T x[rows_in_flight + 1]; // of the pivot, before and behind each row
-    bool all;
+    bool all;                // rows are plain
 
     // Writes h12 of each row; h21 waits for a division.
-    template <std::size_t count> PlainRows(const Group<T> &group, const Pivot<T, count> &pivot)
+    template <std::size_t count> PlainRotations(const Group<T> &group, const Pivot<T, count> &pivot)
     {
         constexpr std::size_t factors = factors_in<T>;
         const T least = T{} + least_square, own_square = pivot.p * pivot.x;
@@ -208,7 +210,7 @@ template <class T> struct PlainRows {
 
 // Rotates a group of plain rows with the pivot, as `rotate` does one.
 template <class T, std::size_t count>
-inline void rotate_plain_rows(const Group<T> &group, const PlainRows<T> &plain, Pivot<T, count> &pivot)
+inline void rotate_plain_rows(const Group<T> &group, const PlainRotations<T> &plain, Pivot<T, count> &pivot)
 {
     constexpr std::size_t factors = factors_in<T>;
     T reciprocal_x[rows_in_flight + 1];
@@ -279,7 +281,7 @@ inline void rotate_triangle(const Panel<T> &panel, std::size_t n_rows, std::size
     Pivot<T, count> pivot(panel, i);
     for (std::size_t k = 0; k < n_rows; k += rows_in_flight) {
         const Group<T> group(panel, k, i);
-        const PlainRows<T> plain(group, pivot);
+        const PlainRotations<T> plain(group, pivot);
         if (__builtin_expect(plain.all, 1)) {
             rotate_plain_rows(group, plain, pivot);
         } else {

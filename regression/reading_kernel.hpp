@@ -21,8 +21,8 @@ inline V shifted_if_finite(V values, V shift, V &not_finite)
     return values - shift;
 }
 
-// `to` is `lead` elements before an aligned one: vectors that are written must not lie across cache lines, which costs
-// more than to read such.
+// Where `lead` is given, `to` is so many elements before an aligned one: vectors that are written must not lie across
+// cache lines, which costs more than to read such.
 template <class Real>
 inline void take_finite_values(const Real *from, std::size_t n, const double *shift, double *to,
                                std::size_t lead, V &not_finite)

@@ -91,8 +91,7 @@ bool accumulate(const RowSource<Real> &rows, int n_rows, const RegressionOptions
 {
     const std::size_t n = fit.factor.n_columns();
     fit.with_frequencies = fit.with_frequencies || rows.frequencies != nullptr;
-    const auto count = static_cast<std::size_t>(n_rows);
-    const bool few = count <= most_work_of_few / (n * n), very_few = count <= most_work_of_very_few / (n * n);
+    const bool few = are_few(n_rows, n), very_few = are_very_few(n_rows, n);
     bool possible = true;
     std::int64_t first_bad = no_memory;
     if (find_shift(rows, n_rows, fit, workspace)) {
@@ -224,6 +223,9 @@ void finish(Fit &fit, const RowSource<Real> &rows, int n_rows, const RegressionO
     if (out.r_factor != nullptr) set_r_factor(solution, out.r_factor);
     if (out.crossproducts != nullptr) set_crossproducts(solution, out.crossproducts);
     set_coefficients(solution, shape, out.coefficients);
+    if (options.rank != nullptr) *options.rank = static_cast<int>(solution.rank());
+    if (options.n_missing != nullptr)
+        *options.n_missing = static_cast<int>(std::min<std::int64_t>(fit.missing, INT_MAX));
 
     const auto hand_over = [&](const Output<Real> &output, Real *array) {
         if (output.pointer != nullptr) *output.pointer = workspace.hand_over(array);
@@ -235,9 +237,6 @@ void finish(Fit &fit, const RowSource<Real> &rows, int n_rows, const RegressionO
     hand_over(options.r_factor, out.r_factor);
     hand_over(options.crossproducts, out.crossproducts);
     hand_over(options.statistics, out.statistics);
-    if (options.rank != nullptr) *options.rank = static_cast<int>(solution.rank());
-    if (options.n_missing != nullptr)
-        *options.n_missing = static_cast<int>(std::min<std::int64_t>(fit.missing, INT_MAX));
     result = workspace.hand_over(out.coefficients);
     if (solution.rank() < n) {
         tavik_e1sti(1, static_cast<int>(solution.rank()));

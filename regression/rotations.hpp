@@ -15,7 +15,7 @@ namespace tavik::regression {
 
 constexpr std::size_t side_by_side = 4;   // factors in a set, and columns in a vector
 constexpr std::size_t rows_per_tile = 64; // of each factor
-constexpr std::size_t rows_in_flight = 8; // rows that meet a pivot one after the other
+constexpr std::size_t rows_in_flight = 8; // whose rotations with a pivot are set up at once
 constexpr std::size_t rows_at_once = 4;   // rows to which rotations are applied together
 
 // Up to `most_in_one_panel` columns four factors are one panel, and all columns are rotated where rotations are set up.
@@ -101,7 +101,7 @@ struct FactorSet {
         for (std::size_t j = end; j < n; ++j) row[j] = rest[j];
     }
 
-    // The same of the only factor of a set, from a row and its p.
+    // The same of the only factor of a set, from a row that is not empty and its p.
     void set_row(std::size_t i, const double *row, double p_of_row) const
     {
         const std::size_t first = i / panel * panel, end = panel_end(i);

@@ -136,8 +136,8 @@ private:
             first_row_[j] = row[j] + row[0] * static_cast<long double>(j < first_ ? 0 : fit_->shift[j]);
     }
 
-    // A column whose own square is nothing beside the whole is dependent on those before it. What its row holds of
-    // later columns belongs to their squares.
+    // A column whose own square is nothing beside the whole is dependent on those before it; before the intercept there
+    // is none, whatever the tolerance. What a dependent column's row holds of later columns belongs to their squares.
     void find_rank(long double tolerance)
     {
         const auto &factor = fit_->factor;
@@ -151,7 +151,7 @@ private:
         rank_ = n_;
         for (std::size_t j = 0; j < n_; ++j) {
             const long double diagonal = factor.row(j)[j], own = factor.scale(j) * diagonal * diagonal;
-            dependent_[j] = own == 0 || own <= tolerance * tolerance * squares_[j];
+            dependent_[j] = own == 0 || (j >= first_ && own <= tolerance * tolerance * squares_[j]);
             if (!dependent_[j]) continue;
             --rank_;
             fit_->factor.dissolve_row(j);

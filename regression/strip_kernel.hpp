@@ -123,6 +123,7 @@ inline void rotate_strip(const Strip &strip, const Block &block, std::size_t n_r
         }
         return;
     }
+    static_assert(rows_in_flight >= 2 * rows_at_once); // and there are as many rows at least
     const std::size_t ahead = n_rows - 2 * rows_at_once;
     rotate_rows<vectors, false>(strip, 0, ahead, 0, strip.pivots);
     rotate_rows<vectors, true>(strip, ahead, ahead + rows_at_once, 0, strip.pivots);

@@ -1,6 +1,8 @@
 // Settings and their defaults, machine constants, memory, units, page size, version texts, files, time.
 #include "capture.hpp"
 
+#include "workspace.hpp"
+
 #include <algorithm>
 #include <bit>
 #include <climits>
@@ -216,6 +218,29 @@ TEST_F(Platform, Memory)
     tavik_aligned_free(nullptr);
     tavik_free(nullptr);
     tavik_free(tavik_malloc_internal(100));
+}
+
+TEST_F(Platform, AWorkspaceCutsArraysFromItsReserve)
+{
+    tavik::Workspace workspace;
+    for (const int round : {1, 2}) {
+        ASSERT_TRUE(workspace.reserve(1000)) << round;
+        std::vector<std::pair<unsigned char *, std::size_t>> arrays;
+        for (const std::size_t size : {1u, 0u, 300u, 64u, 900u, 512u, 0u, 2000u}) {
+            auto *array = workspace.array_or_null<unsigned char>(size);
+            ASSERT_TRUE(on_a_line(array)) << size;
+            std::fill_n(array, size, static_cast<unsigned char>(arrays.size()));
+            arrays.emplace_back(array, size);
+        }
+        for (std::size_t k = 0; k < arrays.size(); ++k)
+            EXPECT_TRUE(std::all_of(arrays[k].first, arrays[k].first + arrays[k].second,
+                                    [k](unsigned char c) { return c == k; }))
+                << k;
+        workspace.release(); // and what comes then is not cut from what is gone
+    }
+    EXPECT_FALSE(workspace.reserve(PTRDIFF_MAX));
+    EXPECT_NE(workspace.array_or_null<double>(1), nullptr);
+    workspace.release();
 }
 
 TEST_F(Platform, VersionFilesAndTime)

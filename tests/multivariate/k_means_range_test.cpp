@@ -125,6 +125,12 @@ TEST_F(KMeansRange, ScaleOfTheMasses)
         EXPECT_EQ(other.clusters, plain.clusters);
         EXPECT_EQ(other.sum_of_squares, plain.sum_of_squares * factor);
     }
+    Values whole(300);
+    for (std::size_t i = 0; i < whole.size(); ++i) whole[i] = static_cast<double>(1 + i % 3);
+    const Result tiny = find(x, 2, 4, scaled(whole, 0x1p-1074)), of_whole = find(x, 2, 4, whole);
+    EXPECT_EQ(tiny.clusters, of_whole.clusters);
+    EXPECT_NEAR(tiny.sum_of_squares, of_whole.sum_of_squares * 0x1p-1074,
+                0x1p-1072); // four clusters' roundings
     // One so heavy that the others are nothing beside it stays where it is.
     const Values far_apart = {.1, .2, .3, 100, 100.1, 100.2}, heavy = {1e16, 1, 1, 1, 1, 1};
     const Result result = find(far_apart, 1, 2, heavy, {.1, 100});

@@ -12,6 +12,7 @@
 #include <cstdarg>
 #include <fstream>
 #include <functional>
+#include <numeric>
 #include <omp.h>
 #include <set>
 #include <string>
@@ -102,20 +103,39 @@ void *with_outputs(Regression regression, const Real *x, const Real *mass)
     return b;
 }
 
+template <class Real> const Real *many_values()
+{
+    static const std::vector<Real> values = [] {
+        std::vector<Real> squares;
+        for (int i = 0; i < 60000; ++i) squares.push_back(static_cast<Real>(i * i % 101));
+        return squares;
+    }();
+    return values.data();
+}
+
 // Rows enough for several blocks, without an intercept; columns are by index.
 template <class Real, class Regression> void *with_many_rows(Regression regression)
 {
-    static const std::vector<Real> x = [] {
-        std::vector<Real> values;
-        for (int i = 0; i < 60000; ++i) values.push_back(static_cast<Real>(i * i % 101));
-        return values;
-    }();
     const int independent[] = {2, 0}, dependent[] = {1};
     Real *crossproducts;
-    void *b = regression(20000, 2, x.data(), nullptr, TAVIK_X_INDICES, independent, dependent, -1, -1,
-                         TAVIK_NO_INTERCEPT, TAVIK_ERROR_CROSSPRODUCTS, &crossproducts, 0);
+    void *b = regression(20000, 2, many_values<Real>(), nullptr, TAVIK_X_INDICES, independent, dependent, -1,
+                         -1, TAVIK_NO_INTERCEPT, TAVIK_ERROR_CROSSPRODUCTS, &crossproducts, 0);
     tavik_free(crossproducts);
     return b;
+}
+
+// Many rows, then some: stages take their memory array by array.
+template <class Real, class Regression> void *with_many_columns(Regression regression)
+{
+    int columns[30];
+    std::iota(columns, columns + 30, 0);
+    return in_stages([&](int ido) {
+        return regression(ido == 1   ? 2000
+                          : ido == 2 ? 100
+                                     : 0,
+                          29, many_values<Real>(), nullptr, TAVIK_X_INDICES, columns, columns + 29, -1, -1,
+                          TAVIK_IDO, ido, 0);
+    });
 }
 
 // Three rows, one of which is taken out again.
@@ -307,6 +327,7 @@ const std::vector<Case> &cases()
         {"tavik_d_random_uniform_discrete", [] { return tavik_d_random_uniform_discrete(3, 6, 0); }},
         {"tavik_d_regression", [] { return with_outputs(tavik_d_regression, d, d_mass); }},
         {"tavik_d_regression", [] { return with_many_rows<double>(tavik_d_regression); }},
+        {"tavik_d_regression", [] { return with_many_columns<double>(tavik_d_regression); }},
         {"tavik_d_regression",
          [] {
              return in_stages([](int ido) { return tavik_d_regression(3, 1, d, d + 3, TAVIK_IDO, ido, 0); });
@@ -371,6 +392,7 @@ const std::vector<Case> &cases()
         {"tavik_f_random_uniform_discrete", [] { return tavik_f_random_uniform_discrete(3, 6, 0); }},
         {"tavik_f_regression", [] { return with_outputs(tavik_f_regression, f, f_mass); }},
         {"tavik_f_regression", [] { return with_many_rows<float>(tavik_f_regression); }},
+        {"tavik_f_regression", [] { return with_many_columns<float>(tavik_f_regression); }},
         {"tavik_f_regression",
          [] {
              return in_stages([](int ido) { return tavik_f_regression(3, 1, f, f + 3, TAVIK_IDO, ido, 0); });
