@@ -419,6 +419,23 @@ TYPED_TEST(Regression, MissingAndInfiniteValues)
         }
 }
 
+// Whatever overflows in whichever factor: rows are not left out without a sign.
+TEST(RegressionRange, MassesThatOverflowAreSeen)
+{
+    for (size_t n : {5000, 40000})
+        for (size_t part = 0; part < 4; ++part) {
+            auto d = random_data<double>(n, 3, 1, true, weights);
+            const auto of_masses = [&](double mass) {
+                std::fill_n(&d.w[part * n / 4 + n / 8], 100, mass);
+                return run(d);
+            };
+            const auto due = of_masses(1e200), seen = of_masses(1e308);
+            for (size_t k = 0; k < due.size(); ++k)
+                EXPECT_TRUE(std::isnan(seen[k]) || std::fabs(seen[k] - due[k]) < 1e-9)
+                    << n << ' ' << part << ' ' << k;
+        }
+}
+
 // Slopes and errors do not depend on where zero is, and lose no digits when it is far away.
 TYPED_TEST(Regression, DataFarFromZero)
 {
