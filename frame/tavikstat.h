@@ -787,7 +787,8 @@ TAVIK_API void tavik_random_MT64_table_set(const uint64_t table[]);
  *                                            together with a column of x for the same
  *   TAVIK_TOLERANCE, double                  tolerance of linear dependence; default 100 epsilon. A column counts
  *   TAVIK_TOLERANCE_ADR, const Real *        as dependent on those before it when what they leave of its sum of
- *                                            squares is at most tolerance^2 of the whole, or 0. _ADR: by address.
+ *                                            squares is at most tolerance^2 of the whole, or 0; the intercept,
+ *                                            which comes first, only when there are no rows. _ADR: by address.
  *                                            The sign does not matter; NaN acts as 0
  *   TAVIK_EXCLUDE_MISSING                    leave out, and count, a row with a NaN (the default)
  *   TAVIK_KEEP_MISSING                       take it in: the results become NaN

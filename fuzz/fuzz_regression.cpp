@@ -66,6 +66,7 @@ private:
     {
         const int shape = bytes_.byte();
         p_ = shape > 240 ? 17 + shape % 24 : shape % 8;
+        if (shape > 250) p_ = 44 + shape % 16; // with the responses, more than a block of pivots
         q_ = bytes_.byte() % 4;
     }
 
@@ -179,7 +180,9 @@ private:
     void step()
     {
         if (bytes_.once_in(16)) choose_shape();
-        const int rows = bytes_.byte(), n = rows % 8 == 0 ? rows / 2 : rows % 8; // 0 to 127
+        const int rows = bytes_.byte();
+        int n = rows % 8 == 0 ? rows / 2 : rows % 8;
+        if (rows > 252) n = 600 * (rows - 252); // so many that they are folded into four factors
         const auto size = static_cast<size_t>(n);
         int ido = bytes_.byte() % 5;
         ido = ido == 4 ? 2 : ido;
