@@ -182,7 +182,7 @@ private:
         if (bytes_.once_in(16)) choose_shape();
         const int rows = bytes_.byte();
         int n = rows % 8 == 0 ? rows / 2 : rows % 8;
-        if (rows > 252) n = 600 * (rows - 252); // so many that they are folded into four factors
+        if (rows == 255) n = 1000; // so many that they are folded into four factors
         const auto size = static_cast<size_t>(n);
         int ido = bytes_.byte() % 5;
         ido = ido == 4 ? 2 : ido;
