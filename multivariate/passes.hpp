@@ -57,14 +57,16 @@ public:
         n_listed_ = workspace.array_or_null<int>(n_slots);
         open_ = workspace.array_or_null<int>(threads * 2 * rows_per_slot);
         bool prepared = listed_ != nullptr && n_listed_ != nullptr && open_ != nullptr;
-        for (Section &section : sections_) {
+        const bool goes_ahead = threads > 1; // otherwise one section is enough
+        for (int k = 0; k <= goes_ahead; ++k) {
+            Section &section = sections_[k];
             section.near = workspace.array_or_null<int>(most_at_once);
             section.proposals = workspace.array_or_null<Proposal>(at_once(optimal));
             section.found = workspace.array_or_null<Found>(most_at_once / rows_per_slot);
             prepared = prepared && section.near != nullptr && section.proposals != nullptr &&
                        section.found != nullptr;
         }
-        return prepared && slacks.prepare(partition, workspace);
+        return prepared && slacks.prepare(partition, goes_ahead, workspace);
     }
 
     // Goes through all rows in their order. False when none moved.

@@ -21,15 +21,15 @@ struct SlackSource {
 
 template <class Real> class Slacks {
 public:
-    // False without memory.
-    bool prepare(const Partition<Real> &partition, Workspace &workspace)
+    // False without memory. Only on request will sources be copied.
+    bool prepare(const Partition<Real> &partition, bool copies_sources, Workspace &workspace)
     {
         partition_ = &partition;
         const Centres &centres = partition.centres;
         until_ = workspace.array_or_null<double>(2 * static_cast<std::size_t>(partition.observations.n));
         factors_ = workspace.array_or_null<double>(3 * centres.padded_clusters);
         certain_masses_ = workspace.array_or_null<double>(centres.n_clusters);
-        copies_ = workspace.array_or_null<double>(copy_size());
+        copies_ = workspace.array_or_null<double>(copies_sources ? copy_size() : 0);
         return until_ != nullptr && factors_ != nullptr && certain_masses_ != nullptr && copies_ != nullptr &&
                drift_.prepare(centres, workspace) && drift_of_cycles_.prepare(centres, workspace);
     }

@@ -45,13 +45,10 @@ __attribute__((noinline)) void rotate_rows(const Strip &strip, std::size_t k, st
                                            std::size_t first, std::size_t end)
 {
     const std::size_t stride = strip.stride, pivot_stride = strip.pivot_stride;
-    double *values = strip.values + k * stride, *const first_pivot_row =
-                                                    strip.pivot_rows + first * pivot_stride;
-    const double *h_first = strip.h + 2 * rotation_index(k, first);
-    for (; k < rows_end;
-         k += rows_at_once, values += rows_at_once * stride, h_first += 2 * rotation_index(rows_at_once, 0)) {
-        double *pivot_row = first_pivot_row;
-        const double *h = h_first, *const h_end = h + 2 * rotation_index(0, end - first);
+    for (; k < rows_end; k += rows_at_once) {
+        double *values = strip.values + k * stride, *pivot_row = strip.pivot_rows + first * pivot_stride;
+        const double *h = strip.h + 2 * rotation_index(k, first);
+        const double *const h_end = strip.h + 2 * rotation_index(k, end);
         V y[rows_at_once][vectors];
         for (std::size_t r = 0; r < rows_at_once; ++r) load_vectors(values + r * stride, y[r]);
         do {
