@@ -74,13 +74,12 @@ constexpr std::size_t tile_size(std::size_t n, std::size_t count)
     return tile_values_size(n, count) + count * rows_per_tile + tile_scratch_size(n, count);
 }
 
-// Makes a tile whose rows are 0; its memory is null when there is none.
+// A tile whose memory is null when there is none.
 inline Tile make_tile(std::size_t n, std::size_t count, Workspace &workspace)
 {
     const std::size_t values = tile_values_size(n, count), weights = count * rows_per_tile;
     auto *memory = workspace.array_or_null<double>(tile_size(n, count));
     if (memory == nullptr) return {};
-    std::fill_n(memory, values + weights, 0.0);
     return {memory, memory + values, memory + values + weights};
 }
 
@@ -88,6 +87,23 @@ inline Tile make_tile(std::size_t n, std::size_t count, Workspace &workspace)
 constexpr std::size_t with_rest(std::size_t n_rows)
 {
     return (n_rows + rows_in_flight - 1) / rows_in_flight * rows_in_flight;
+}
+
+// Makes rows of one of `count` factors in a tile empty.
+inline void clear_rows(const Tile &tile, std::size_t padded, std::size_t factor, std::size_t count,
+                       std::size_t first, std::size_t end)
+{
+    double *values = tile.values + factor * rows_per_tile * padded;
+    std::fill(values + first * padded, values + end * padded, 0.0);
+    for (std::size_t k = first; k < end; ++k) tile.weights[k * count + factor] = 0;
+}
+
+// The same of all rows that are used when so many are folded, since what lies behind a row's last column is folded, too.
+inline void clear_tile(const Tile &tile, std::size_t padded, std::size_t count, std::int64_t n_rows)
+{
+    const auto used = static_cast<std::size_t>(std::min(n_rows, static_cast<std::int64_t>(rows_per_tile)));
+    for (std::size_t factor = 0; factor < count; ++factor)
+        clear_rows(tile, padded, factor, count, 0, with_rest(used));
 }
 
 // The scale of a row of one of four factors; NaN when it is lost.
@@ -115,13 +131,11 @@ inline std::size_t fill_tile(const FactorSet &four, std::size_t which, std::size
 {
     const std::size_t rows = std::min(rows_per_merge, four.n - first);
     double *values = tile.values + factor * rows_per_tile * four.padded;
-    std::fill_n(values, with_rest(rows) * four.padded, 0.0);
-    for (std::size_t k = 0; k < with_rest(rows); ++k) {
-        double &weight = tile.weights[k * count + factor];
-        weight = 0;
-        if (k >= rows || !is_worth_copying(four, which, first + k)) continue;
+    clear_rows(tile, four.padded, factor, count, 0, with_rest(rows));
+    for (std::size_t k = 0; k < rows; ++k) {
+        if (!is_worth_copying(four, which, first + k)) continue;
         four.copy_row(first + k, which, side_by_side, values + k * four.padded);
-        weight = scale_of_row(four, which, first + k);
+        tile.weights[k * count + factor] = scale_of_row(four, which, first + k);
     }
     return with_rest(rows);
 }
@@ -162,11 +176,16 @@ public:
             next[part] = first + (end - first) * k / parts;
             part_end[part] = first + (end - first) * (k + 1) / parts;
         }
+        clear_tile(tile_, factors_.padded, side_by_side, part_end[side_by_side - 1] - next[side_by_side - 1]);
         for (;;) {
-            std::size_t most = 0;
-            for (std::size_t part = 0; part < side_by_side; ++part)
-                most = std::max(most, fill_part(part, next[part], part_end[part]));
+            std::size_t used[side_by_side], most = 0;
+            for (std::size_t part = 0; part < side_by_side; ++part) {
+                used[part] = read_part(part, next[part], part_end[part]);
+                most = std::max(most, used[part]);
+            }
             if (most == 0) return;
+            for (std::size_t part = 0; part < side_by_side; ++part)
+                clear_rows(tile_, factors_.padded, part, side_by_side, used[part], with_rest(most));
             rotation_kernels().fold_four(factors, tile_, with_rest(most), 0);
         }
     }
@@ -196,18 +215,12 @@ public:
     }
 
 private:
-    // Rows that are missing in the tile have no weight, and must not be NaN.
-    std::size_t fill_part(std::size_t part, std::int64_t &next, std::int64_t end)
+    std::size_t read_part(std::size_t part, std::int64_t &next, std::int64_t end)
     {
-        double *values = tile_.values + part * rows_per_tile * factors_.padded;
-        const std::size_t used =
-            read_rows(*rows_, next, end, rows_per_tile,
-                      {values, tile_.weights + part, factors_.padded, side_by_side}, tally_);
-        if (used < rows_per_tile) {
-            std::fill(values + used * factors_.padded, values + rows_per_tile * factors_.padded, 0.0);
-            for (std::size_t k = used; k < rows_per_tile; ++k) tile_.weights[k * side_by_side + part] = 0;
-        }
-        return used;
+        return read_rows(*rows_, next, end, rows_per_tile,
+                         {tile_.values + part * rows_per_tile * factors_.padded, tile_.weights + part,
+                          factors_.padded, side_by_side},
+                         tally_);
     }
 
     const RowSource<Real> *rows_ = nullptr;
@@ -301,13 +314,13 @@ std::int64_t add_few(const RowSource<Real> &rows, std::int64_t n_rows, Fit &fit,
     if (factor.p == nullptr || tile.values == nullptr || (!rows.intercept && tally.sums == nullptr))
         return no_memory;
     clear(factor, 1);
+    clear_tile(tile, factor.padded, 1, n_rows);
     if (tally.sums != nullptr) std::fill_n(tally.sums, n, 0.0);
     for (std::int64_t next = 0; next < n_rows;) {
         const std::size_t used = read_rows(rows, next, n_rows, rows_per_tile,
                                            {tile.values, tile.weights, factor.padded, 1}, tally);
         if (used == 0) break;
-        std::fill(tile.values + used * factor.padded, tile.values + with_rest(used) * factor.padded, 0.0);
-        std::fill(tile.weights + used, tile.weights + with_rest(used), 0.0);
+        clear_rows(tile, factor.padded, 0, 1, used, with_rest(used));
         rotation_kernels().fold_one(factor, tile, with_rest(used), 0);
     }
     join(fit, tally);
@@ -400,25 +413,29 @@ template <class Real>
 bool find_shift(RowSource<Real> rows, std::int64_t n_rows, Fit &fit, Workspace &workspace)
 {
     constexpr std::int64_t most_looked_at = 64;
+    constexpr std::size_t most_together = 8;
     if (fit.shift_known || !rows.intercept) return true;
-    const std::size_t n = fit.factor.n_columns();
-    auto *values = workspace.array_or_null<double>(padded_columns(n) + n);
+    const std::size_t n = fit.factor.n_columns(), padded = padded_columns(n);
+    const std::int64_t step = (n_rows + most_looked_at - 1) / most_looked_at;
+    const std::size_t most = step == 1 ? most_together : 1;
+    auto *values = workspace.array_or_null<double>(most * padded + n);
     if (values == nullptr) return false;
-    double *no_shift = values + padded_columns(n);
+    double *no_shift = values + most * padded;
     std::fill_n(no_shift, n, 0.0);
     rows.shift = no_shift;
     rows.exclude_missing = true; // a NaN is no value to start from
     std::fill_n(fit.shift + 1, n - 1, infinity<double>);
-    const std::int64_t step = (n_rows + most_looked_at - 1) / most_looked_at;
     std::int64_t next = 0;
     for (std::int64_t row = 0; row < n_rows; row = std::max(row + step, next)) {
         RowTally tally;
-        double weight = 0;
+        double weights[most_together] = {};
         next = row;
-        if (read_rows(rows, next, n_rows, 1, {values, &weight, padded_columns(n), 1}, tally) == 0) break;
-        fit.shift_known = true;
-        for (std::size_t j = 1; j < n; ++j) {
-            if (std::fabs(values[j]) < std::fabs(fit.shift[j])) fit.shift[j] = values[j];
+        const std::size_t used = read_rows(rows, next, n_rows, most, {values, weights, padded, 1}, tally);
+        fit.shift_known |= used > 0;
+        for (const double *of_row = values; of_row < values + used * padded; of_row += padded) {
+            for (std::size_t j = 1; j < n; ++j) {
+                if (std::fabs(of_row[j]) < std::fabs(fit.shift[j])) fit.shift[j] = of_row[j];
+            }
         }
     }
     std::replace(fit.shift + 1, fit.shift + n, infinity<double>, 0.0);

@@ -105,10 +105,14 @@ template <class Real> inline double weight(const RowSource<Real> &rows, std::siz
     return rows.weights != nullptr ? rows.weights[i * rows.weight_stride] : 1;
 }
 
-// The masses of n rows. False when one is not positive.
+// The masses of n rows, 1 without frequencies and weights. False when one is not positive.
 template <class Real>
 inline bool take_masses(const RowSource<Real> &rows, std::size_t first, std::size_t n, const RowTarget &to)
 {
+    if (rows.frequencies == nullptr && rows.weights == nullptr) {
+        for (std::size_t k = 0; k < n; ++k) to.weights[k * to.weight_stride] = 1;
+        return true;
+    }
     bool positive = true;
     for (std::size_t k = 0; k < n; ++k) {
         const double f = frequency(rows, first + k), w = weight(rows, first + k);
@@ -119,11 +123,8 @@ inline bool take_masses(const RowSource<Real> &rows, std::size_t first, std::siz
 }
 
 template <class Real>
-inline void count_row(const RowSource<Real> &rows, std::size_t i, const double *values, double mass,
-                      RowTally &tally)
+inline void add_to_sums(const RowSource<Real> &rows, const double *values, double mass, RowTally &tally)
 {
-    tally.frequencies += frequency(rows, i);
-    if (tally.sums == nullptr) return;
     tally.mass += mass;
     for (std::size_t j = 0; j < rows.n_independent + rows.n_dependent; ++j) tally.sums[j] += mass * values[j];
 }
@@ -136,8 +137,11 @@ inline bool read_together(const RowSource<Real> &rows, std::size_t first, std::s
     if (rows.columns != nullptr || !take_masses(rows, first, n, to) ||
         !take_finite_rows(rows, first, n, to.padded, to.values))
         return false;
-    for (std::size_t k = 0; k < n; ++k)
-        count_row(rows, first + k, to.values + k * to.padded, to.weights[k * to.weight_stride], tally);
+    double frequencies = 0; // in a register
+    for (std::size_t k = 0; k < n; ++k) frequencies += frequency(rows, first + k);
+    tally.frequencies += frequencies;
+    for (std::size_t k = 0; tally.sums != nullptr && k < n; ++k)
+        add_to_sums(rows, to.values + k * to.padded, to.weights[k * to.weight_stride], tally);
     return true;
 }
 
@@ -156,8 +160,18 @@ inline std::size_t read_row(const RowSource<Real> &rows, std::size_t i, const Ro
         return 0;
     }
     *to.weights = f * w;
-    count_row(rows, i, to.values, f * w, tally);
+    tally.frequencies += f;
+    if (tally.sums != nullptr) add_to_sums(rows, to.values, f * w, tally);
     return 1;
+}
+
+// Rows of the next tile, since narrow rows are folded faster than they come from memory.
+template <class Real> inline void fetch_rows(const RowSource<Real> &rows, std::size_t first, std::size_t end)
+{
+    for (std::size_t i = first; i < end; ++i) {
+        for (std::size_t j = 0; j < rows.n_independent; j += 64 / sizeof(Real))
+            __builtin_prefetch(rows.x + i * rows.x_stride + j);
+    }
 }
 
 template <class Real>
@@ -175,6 +189,8 @@ std::size_t read_rows(const RowSource<Real> &rows, std::int64_t &next, std::int6
     while (used < most && row < rows_end) {
         std::size_t n = most - used < rows_end - row ? most - used : rows_end - row;
         if (n > most_together) n = most_together;
+        if (to.padded <= most_in_one_panel && row + n + rows_per_tile <= rows_end)
+            fetch_rows(rows, row + rows_per_tile, row + rows_per_tile + n);
         if (read_together(rows, row, n, target(), tally)) {
             used += n;
             row += n;

@@ -29,7 +29,7 @@ inline void fold(const FactorSet &f, const Tile &tile, std::size_t n_rows, std::
         block_end = (first / pivots_in_block + 1) * pivots_in_block;
         unsigned exchanged[rows_per_tile / rows_at_once] = {};
         const Block block = {first, h, exchanges, exchanged};
-        __builtin_memset(exchanges, 0, rows_per_tile * pivots_in_block);
+        __builtin_memset(exchanges, 0, n_rows * pivots_in_block);
         const auto rotate_columns_behind = [&](std::size_t from, std::size_t to) {
             to = to < all_columns ? to : all_columns;
             for (std::size_t factor = 0; factor < factors; ++factor)
