@@ -98,7 +98,8 @@ inline void clear_rows(const Tile &tile, std::size_t padded, std::size_t factor,
     for (std::size_t k = first; k < end; ++k) tile.weights[k * count + factor] = 0;
 }
 
-// The same of all rows that are used when so many are folded, since what lies behind a row's last column is folded, too.
+// The same of the rows that are filled when so many are folded. Columns behind the last are folded, too: that changes no
+// other, but they must hold some number.
 inline void clear_tile(const Tile &tile, std::size_t padded, std::size_t count, std::int64_t n_rows)
 {
     const auto used = static_cast<std::size_t>(std::min(n_rows, static_cast<std::int64_t>(rows_per_tile)));
@@ -334,11 +335,11 @@ constexpr bool enough_for_four(std::int64_t n_rows, std::size_t n_columns)
     return n_rows >= static_cast<std::int64_t>(8 * n_columns);
 }
 
-// Bytes that add_rows and unite take of a workspace, and some more; were it too little, that would only cost time.
+// Bytes that find_shift, add_rows and unite take of a workspace, and some more; were it too little, that would only cost time.
 template <class Real> std::size_t accumulation_size(std::int64_t n_rows, std::size_t n)
 {
     if (are_very_few(n_rows, n)) return 0;
-    std::size_t size = factors_size(n, 1) + tile_size(n, 1) + 4 * padded_columns(n);
+    std::size_t size = factors_size(n, 1) + tile_size(n, 1) + 12 * padded_columns(n);
     if (enough_for_four(n_rows, n))
         size += static_cast<std::size_t>(threads_for(n_rows, n)) *
                 (factors_size(n, side_by_side) + tile_size(n, side_by_side) + padded_columns(n) +
@@ -431,7 +432,7 @@ bool find_shift(RowSource<Real> rows, std::int64_t n_rows, Fit &fit, Workspace &
         double weights[most_together] = {};
         next = row;
         const std::size_t used = read_rows(rows, next, n_rows, most, {values, weights, padded, 1}, tally);
-        fit.shift_known |= used > 0;
+        if (used > 0) fit.shift_known = true;
         for (const double *of_row = values; of_row < values + used * padded; of_row += padded) {
             for (std::size_t j = 1; j < n; ++j) {
                 if (std::fabs(of_row[j]) < std::fabs(fit.shift[j])) fit.shift[j] = of_row[j];

@@ -137,7 +137,7 @@ inline bool read_together(const RowSource<Real> &rows, std::size_t first, std::s
     if (rows.columns != nullptr || !take_masses(rows, first, n, to) ||
         !take_finite_rows(rows, first, n, to.padded, to.values))
         return false;
-    double frequencies = 0; // in a register
+    double frequencies = 0; // apart, since for all the compiler knows the tally lies among the rows
     for (std::size_t k = 0; k < n; ++k) frequencies += frequency(rows, first + k);
     tally.frequencies += frequencies;
     for (std::size_t k = 0; tally.sums != nullptr && k < n; ++k)
@@ -165,12 +165,16 @@ inline std::size_t read_row(const RowSource<Real> &rows, std::size_t i, const Ro
     return 1;
 }
 
-// Rows of the next tile, since narrow rows are folded faster than they come from memory.
-template <class Real> inline void fetch_rows(const RowSource<Real> &rows, std::size_t first, std::size_t end)
+// A function that only fetched would be dropped as one without effect, were it not inlined.
+template <class Real>
+__attribute__((always_inline)) inline void fetch_row(const RowSource<Real> &rows, std::size_t i)
 {
-    for (std::size_t i = first; i < end; ++i) {
-        for (std::size_t j = 0; j < rows.n_independent; j += 64 / sizeof(Real))
-            __builtin_prefetch(rows.x + i * rows.x_stride + j);
+    const Real *x = rows.x + i * rows.x_stride;
+    if (rows.columns != nullptr) {
+        for (std::size_t j = 0; j < rows.n_independent + rows.n_dependent; ++j)
+            __builtin_prefetch(x + rows.columns[j]);
+    } else {
+        for (std::size_t j = 0; j < rows.n_independent; j += 64 / sizeof(Real)) __builtin_prefetch(x + j);
     }
 }
 
@@ -182,6 +186,8 @@ std::size_t read_rows(const RowSource<Real> &rows, std::int64_t &next, std::int6
     std::size_t used = 0;
     auto row = static_cast<std::size_t>(next);
     const auto rows_end = static_cast<std::size_t>(end);
+    // The next tile's rows, since narrow rows are folded faster than they come from memory.
+    const bool fetches = most == rows_per_tile && to.padded <= most_in_one_panel;
     const auto target = [&] {
         return RowTarget{to.values + used * to.padded, to.weights + used * to.weight_stride, to.padded,
                          to.weight_stride};
@@ -189,8 +195,9 @@ std::size_t read_rows(const RowSource<Real> &rows, std::int64_t &next, std::int6
     while (used < most && row < rows_end) {
         std::size_t n = most - used < rows_end - row ? most - used : rows_end - row;
         if (n > most_together) n = most_together;
-        if (to.padded <= most_in_one_panel && row + n + rows_per_tile <= rows_end)
-            fetch_rows(rows, row + rows_per_tile, row + rows_per_tile + n);
+        if (fetches && row + n + rows_per_tile <= rows_end) {
+            for (std::size_t k = 0; k < n; ++k) fetch_row(rows, row + k + rows_per_tile);
+        }
         if (read_together(rows, row, n, target(), tally)) {
             used += n;
             row += n;

@@ -286,7 +286,7 @@ TYPED_TEST(Regression, AgreesWithNormalEquations)
             expect_same(fit(d), reference(d), 8 * this->epsilon);
         }
     size_t mix = 0;
-    for (size_t n : {1, 2, 3, 5, 37, 1000, 5000, 40000})
+    for (size_t n : {1, 2, 3, 5, 37, 64, 65, 1000, 5000, 40000})
         for (size_t p : {1, 2, 7, 10, 15, 16, 17, 22, 31, 46, 100})
             for (int repeats = n < 1000 ? 8 : 1; repeats > 0; --repeats, ++mix) {
                 if (n > 5000 && p != 2 && p != 16 && p != 100) continue; // the reference takes its time
