@@ -43,8 +43,20 @@ inline void take_finite_values(const Real *from, std::size_t n, const double *sh
     for (; j < n; ++j) to[j] = shifted_if_finite(V{static_cast<double>(from[j])}, V{shift[j]}, not_finite)[0];
 }
 
-// Reads n consecutive rows whose values are not chosen by columns. False when some value is not finite. The source is
-// copied so that the compiler sees it unchanged by what is written.
+template <class Real>
+inline void take_chosen_values(const Real *from, const std::size_t *columns, std::size_t n,
+                               const double *shift, double *to, V &not_finite)
+{
+    const auto at = [&](std::size_t j) { return static_cast<double>(from[columns[j]]); };
+    std::size_t j = 0;
+    for (; j + side_by_side <= n; j += side_by_side)
+        store(to + j,
+              shifted_if_finite(V{at(j), at(j + 1), at(j + 2), at(j + 3)}, load(shift + j), not_finite));
+    for (; j < n; ++j) to[j] = shifted_if_finite(V{at(j)}, V{shift[j]}, not_finite)[0];
+}
+
+// Reads n consecutive rows. False when some value is not finite. The source is copied so that the compiler sees it
+// unchanged by what is written.
 template <class Real>
 inline bool take_finite_rows(const RowSource<Real> rows, std::size_t first, std::size_t n, std::size_t padded,
                              double *values)
@@ -55,10 +67,14 @@ inline bool take_finite_rows(const RowSource<Real> rows, std::size_t first, std:
     V not_finite = {};
     for (std::size_t k = 0; k < n; ++k, values += padded) {
         values[0] = 1; // what follows goes there without an intercept
-        take_finite_values(rows.x + (first + k) * rows.x_stride, n_independent, shift, values + one,
-                           one * (side_by_side - 1), not_finite);
+        const Real *x = rows.x + (first + k) * rows.x_stride;
+        if (rows.columns != nullptr) {
+            take_chosen_values(x, rows.columns, n_independent + n_dependent, shift, values + one, not_finite);
+            continue;
+        }
+        take_finite_values(x, n_independent, shift, values + one, one * (side_by_side - 1), not_finite);
         if (n_dependent > 0)
-            take_finite_values(rows.y + (first + k) * n_dependent, n_dependent, shift + n_independent,
+            take_finite_values(rows.y + (first + k) * rows.y_stride, n_dependent, shift + n_independent,
                                values + one + n_independent, 0, not_finite);
     }
     return !any(not_finite != V{});
@@ -67,8 +83,8 @@ inline bool take_finite_rows(const RowSource<Real> rows, std::size_t first, std:
 // Returns false when a value is NaN.
 template <class Real> inline bool take_row(const RowSource<Real> &rows, std::size_t i, double *to)
 {
+    if (take_finite_rows(rows, i, 1, 0, to)) return true;
     const bool chosen = rows.columns != nullptr;
-    if (!chosen && take_finite_rows(rows, i, 1, 0, to)) return true;
     const Real *x = rows.x + i * rows.x_stride;
     const double *shift = rows.shift;
     bool complete = true;
@@ -80,7 +96,7 @@ template <class Real> inline bool take_row(const RowSource<Real> &rows, std::siz
     const std::size_t n_of_x = rows.n_independent + (chosen ? rows.n_dependent : 0);
     for (std::size_t j = 0; j < n_of_x; ++j) take(x[chosen ? rows.columns[j] : j]);
     for (std::size_t j = n_of_x; j < rows.n_independent + rows.n_dependent; ++j)
-        take(rows.y[i * rows.n_dependent + (j - n_of_x)]);
+        take(rows.y[i * rows.y_stride + (j - n_of_x)]);
     return complete;
 }
 
@@ -134,8 +150,7 @@ template <class Real>
 inline bool read_together(const RowSource<Real> &rows, std::size_t first, std::size_t n, const RowTarget &to,
                           RowTally &tally)
 {
-    if (rows.columns != nullptr || !take_masses(rows, first, n, to) ||
-        !take_finite_rows(rows, first, n, to.padded, to.values))
+    if (!take_masses(rows, first, n, to) || !take_finite_rows(rows, first, n, to.padded, to.values))
         return false;
     double frequencies = 0; // apart, since for all the compiler knows the tally lies among the rows
     for (std::size_t k = 0; k < n; ++k) frequencies += frequency(rows, first + k);
@@ -175,6 +190,7 @@ __attribute__((always_inline)) inline void fetch_row(const RowSource<Real> &rows
             __builtin_prefetch(x + rows.columns[j]);
     } else {
         for (std::size_t j = 0; j < rows.n_independent; j += 64 / sizeof(Real)) __builtin_prefetch(x + j);
+        if (rows.n_dependent > 0) __builtin_prefetch(rows.y + i * rows.y_stride);
     }
 }
 

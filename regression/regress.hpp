@@ -23,12 +23,28 @@ inline void raise_no_memory_for_rows(int n_rows, const Shape &shape)
     tavik_ermes(terminal, 203);
 }
 
-// The columns that TAVIK_X_INDICES names, as one list; null without it. False, with an error, without memory.
+inline bool follow_each_other(const int *columns, std::size_t n)
+{
+    for (std::size_t j = 1; j < n; ++j) {
+        if (columns[j] != columns[j - 1] + 1) return false;
+    }
+    return true;
+}
+
+// Takes the variables from the columns that TAVIK_X_INDICES names: from a list of them, unless both the independent
+// variables and the responses follow each other, and so lie like arrays of their own. False, with an error, without memory.
 template <class Real>
-bool list_columns(const Shape &shape, const RegressionOptions<Real> &options, RowSource<Real> &rows,
-                  Workspace &workspace)
+bool choose_columns(const Shape &shape, const RegressionOptions<Real> &options, RowSource<Real> &rows,
+                    Workspace &workspace)
 {
     if (!options.has_column_indices()) return true;
+    if (rows.x != nullptr && follow_each_other(options.independent_columns, rows.n_independent) &&
+        follow_each_other(options.dependent_columns, rows.n_dependent)) {
+        if (rows.n_dependent > 0) rows.y = rows.x + options.dependent_columns[0];
+        rows.y_stride = rows.x_stride;
+        rows.x += options.independent_columns[0];
+        return true;
+    }
     auto *columns = workspace.array_or_null<std::size_t>(rows.n_independent + rows.n_dependent);
     if (columns == nullptr) {
         tavik_e1sti(1, shape.n_independent);
@@ -56,6 +72,7 @@ RowSource<Real> rows_of_call(const Real *x, const Real *y, const Shape &shape, c
             y,
             nullptr,
             stride,
+            static_cast<std::size_t>(shape.n_dependent),
             static_cast<std::size_t>(shape.n_independent),
             static_cast<std::size_t>(shape.n_dependent),
             frequency_in_x && x != nullptr ? x + options.frequency_column : options.frequencies,
@@ -295,7 +312,7 @@ void l_regression(int n_rows, int n_independent, const Real *x, const Real *y, A
     }
     if (options.callers_pointer != nullptr) fit.callers_pointer = options.callers_pointer;
     RowSource<Real> rows = rows_of_call(x, y, shape, fit.shift, options);
-    const bool accumulated = list_columns(shape, options, rows, workspace) &&
+    const bool accumulated = choose_columns(shape, options, rows, workspace) &&
                              (n_rows == 0 || accumulate(rows, n_rows, options, fit, workspace));
     if (accumulated && (options.ido == 1 || options.ido == 2)) {
         series.open = true;

@@ -197,7 +197,7 @@ template <class Real> struct RowSource {
     const Real *x, *y; // y is null when the responses are columns of x
     const std::size_t
         *columns; // of x: the independent variables, then the responses; null: the first n_independent
-    std::size_t x_stride, n_independent, n_dependent;
+    std::size_t x_stride, y_stride, n_independent, n_dependent;
     const Real *frequencies, *weights; // null: all 1
     std::size_t frequency_stride, weight_stride;
     const double *shift; // what is subtracted from a row; as long as a row of the factor

@@ -15,7 +15,7 @@ template <class Real> struct RowReader {
     {
         if (rows.columns != nullptr) return rows.x[i * rows.x_stride + rows.columns[j]];
         return j < rows.n_independent ? rows.x[i * rows.x_stride + j]
-                                      : rows.y[i * rows.n_dependent + j - rows.n_independent];
+                                      : rows.y[i * rows.y_stride + j - rows.n_independent];
     }
 
     Real weight(std::size_t i) const

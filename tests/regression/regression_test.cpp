@@ -582,14 +582,26 @@ TYPED_TEST(Regression, WritesWhereTheCallerSays)
 TYPED_TEST(Regression, TakesColumnsAndStrides)
 {
     using Real = TypeParam;
-    const auto d = random_data<Real>(70, 3, 2, true, both, true);
-    const int x[] = {3, 6, 1}, y[] = {5, 0}, one = 1;
-    Data<Real> rows{70, 3, 2, true, {}, {}};
-    for (size_t i = 0; i < 70; ++i) {
-        const Real *x = &d.x[3 * i], *y = &d.y[2 * i];
-        rows.x.insert(rows.x.end(), {y[1], x[2], d.w[i], x[0], d.f[i], y[0], x[1]});
+    for (size_t n : {9, 70, 700}) {
+        const auto d = random_data<Real>(n, 3, 2, true, both, true);
+        const auto due = fit(d);
+        const int columns[][7] = {{3, 6, 1, 5, 0, 4, 2}, // of the variables, the responses, the masses
+                                  {1, 2, 3, 4, 5, 6, 0},
+                                  {4, 5, 6, 0, 1, 3, 2},
+                                  {0, 1, 2, 4, 3, 5, 6},
+                                  {2, 1, 0, 5, 6, 4, 3}};
+        for (const int *c : columns) {
+            Data<Real> rows{n, 3, 2, true, Vector<Real>(7 * n), {}};
+            for (size_t i = 0; i < n; ++i) {
+                const Real *x = &d.x[3 * i], *y = &d.y[2 * i];
+                for (size_t j = 0; const Real value : {x[0], x[1], x[2], y[0], y[1], d.f[i], d.w[i]})
+                    rows.x[7 * i + c[j++]] = value;
+            }
+            SCOPED_TRACE(testing::Message() << n << " rows, the first variable in column " << c[0]);
+            expect_same(fit(rows, TAVIK_X_INDICES, c, c + 3, c[5], c[6]), due, 0);
+        }
     }
-    EXPECT_EQ(run(rows, TAVIK_X_INDICES, x, y, 4, 2), run(d));
+    const int y[] = {5, 0}, one = 1;
     const Data<Real> split{4, 1, 1, true, {1, 2, 3, 4}, {1, 3, 2, 5}},
         narrow{4, 1, 1, true, {1, 1, 2, 3, 3, 2, 4, 5}, {}},
         wide{4, 1, 1, true, {1, 1, nan, 2, 3, nan, 3, 2, nan, 4, 5, nan}, {}};
