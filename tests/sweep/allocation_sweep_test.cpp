@@ -1,27 +1,19 @@
 // Fails the k-th allocation of every public routine, for k = 1, 2, ... until it succeeds: each failure must
 // give its error and a null result, leave no block behind, and leave the library usable.
 //
-// A new routine joins with one line in cases().
+// A new routine joins with one line in one of the lists of cases.
 #include "failing_malloc.hpp"
 
-#include "internal.h"
+#include "datamining/networks.hpp"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdarg>
 #include <fstream>
-#include <functional>
 #include <numeric>
 #include <omp.h>
 #include <set>
-#include <string>
-#include <thread>
-#include <unistd.h>
-#include <utility>
-#include <vector>
 
 namespace {
+
+using capture::of_type, networks::Network;
 
 // What a routine without memory does: an error (5, 200 or 5, 201), or null without one, as its comment says.
 enum class Without { error, null };
@@ -53,15 +45,15 @@ template <class Call> void *in_stages(Call call)
     return call(3);
 }
 
-double d[] = {1, 2, 3, 4, 5, 6}, d_mass[] = {1, 2, 1};
-float f[] = {1, 2, 3, 4, 5, 6}, f_mass[] = {1, 2, 1};
-float no_rotation_f[] = {-2}, scratch_f[8];
-double no_rotation_d[] = {-2}, scratch_d[8];
+// Calls the routine of the precision at hand, which is Real.
+#define CALL(name, ...) of_type<Real>(tavik_f_##name, tavik_d_##name)(__VA_ARGS__)
+
+template <class Real> Real x[] = {1, 2, 3, 4, 5, 6};
+template <class Real> Real mass[] = {1, 2, 1};
+template <class Real> const Real no_rotation[] = {-2};
+template <class Real> const Real zero = 0;
 char text[] = "./";
 int number = 80;
-const int zero = 0;
-const float zero_f = 0;
-const double zero_d = 0;
 const std::uint32_t no_twister_32[] = {626}, twister_32[625] = {}, key_32[2] = {};
 const std::uint64_t no_twister_64[] = {314}, twister_64[313] = {}, key_64[2] = {};
 
@@ -76,31 +68,36 @@ template <class T, class Get> std::function<void *()> table_of(Get get)
 }
 
 // With a twister that must be made first; its state stays.
-template <class Call> std::function<void *()> with_new_twister(int generator, Call call)
+Case with_new_twister(const char *routine, int generator, const std::function<void *()> &call)
 {
-    return [=] {
+    const auto run = [=] {
         tavik_random_MT32_table_set(no_twister_32);
         tavik_random_MT64_table_set(no_twister_64);
         tavik_random_option(generator);
         return call();
     };
+    return {routine, run, Without::error, 1};
 }
 
-// With every output. The coefficients are given back; the others are released, or null after a failure.
-template <class Real, class Regression>
-void *with_outputs(Regression regression, const Real *x, const Real *mass)
+// Outputs beside the result are released. They are null exactly when the result is.
+template <class... Outputs> void *with_outputs(void *result, Outputs... outputs)
 {
-    Real *outputs[6], leverages[3];
-    int rank;
-    void *b = regression(3, 1, x, x + 3, TAVIK_FREQUENCIES, mass, TAVIK_WEIGHTS, mass, TAVIK_ANOVA_TABLE,
-                         &outputs[0], TAVIK_COEF_STATISTICS, &outputs[1], TAVIK_COEF_COVARIANCES, &outputs[2],
-                         TAVIK_RESIDUALS, &outputs[3], TAVIK_VARIABLE_MEANS, &outputs[4], TAVIK_R_FACTOR,
-                         &outputs[5], TAVIK_LEVERAGES_USER, leverages, TAVIK_RANK, &rank, 0);
-    for (Real *output : outputs) {
-        EXPECT_EQ(output == nullptr, b == nullptr);
+    for (void *output : {static_cast<void *>(outputs)...}) {
+        EXPECT_EQ(output == nullptr, result == nullptr);
         tavik_free(output);
     }
-    return b;
+    return result;
+}
+
+template <class Real> void *regression_with_every_output()
+{
+    Real *anova, *coefficients, *covariances, *residuals, *means, *factor, leverages[3];
+    int rank;
+    void *b = CALL(regression, 3, 1, x<Real>, x<Real> + 3, TAVIK_FREQUENCIES, mass<Real>, TAVIK_WEIGHTS,
+                   mass<Real>, TAVIK_ANOVA_TABLE, &anova, TAVIK_COEF_STATISTICS, &coefficients,
+                   TAVIK_COEF_COVARIANCES, &covariances, TAVIK_RESIDUALS, &residuals, TAVIK_VARIABLE_MEANS,
+                   &means, TAVIK_R_FACTOR, &factor, TAVIK_LEVERAGES_USER, leverages, TAVIK_RANK, &rank, 0);
+    return with_outputs(b, anova, coefficients, covariances, residuals, means, factor);
 }
 
 template <class Real> const Real *many_values()
@@ -114,70 +111,70 @@ template <class Real> const Real *many_values()
 }
 
 // Rows enough for several blocks, without an intercept; columns are by index.
-template <class Real, class Regression> void *with_many_rows(Regression regression)
+template <class Real> void *regression_of_many_rows()
 {
     const int independent[] = {2, 0}, dependent[] = {1};
     Real *crossproducts;
-    void *b = regression(20000, 2, many_values<Real>(), nullptr, TAVIK_X_INDICES, independent, dependent, -1,
-                         -1, TAVIK_NO_INTERCEPT, TAVIK_ERROR_CROSSPRODUCTS, &crossproducts, 0);
+    void *b = CALL(regression, 20000, 2, many_values<Real>(), nullptr, TAVIK_X_INDICES, independent,
+                   dependent, -1, -1, TAVIK_NO_INTERCEPT, TAVIK_ERROR_CROSSPRODUCTS, &crossproducts, 0);
     tavik_free(crossproducts);
     return b;
 }
 
 // Many rows, then some: stages take their memory array by array.
-template <class Real, class Regression> void *with_many_columns(Regression regression)
+template <class Real> void *regression_of_many_columns()
 {
     int columns[30];
     std::iota(columns, columns + 30, 0);
     return in_stages([&](int ido) {
-        return regression(ido == 1   ? 2000
-                          : ido == 2 ? 100
-                                     : 0,
-                          29, many_values<Real>(), nullptr, TAVIK_X_INDICES, columns, columns + 29, -1, -1,
-                          TAVIK_IDO, ido, 0);
+        const int n_rows[] = {2000, 100, 0};
+        return CALL(regression, n_rows[ido - 1], 29, many_values<Real>(), nullptr, TAVIK_X_INDICES, columns,
+                    columns + 29, -1, -1, TAVIK_IDO, ido, 0);
     });
 }
 
 // Three rows, one of which is taken out again.
-template <class Real, class Regression> void *with_deletion(Regression regression, const Real *x)
+template <class Real> void *regression_with_deletion()
 {
-    return in_stages([=](int ido) {
-        return regression(ido == 1   ? 3
-                          : ido == 2 ? 1
-                                     : 0,
-                          1, x, x + 3, TAVIK_IDO, ido, ido == 2 ? TAVIK_ROWS_DELETE : TAVIK_ROWS_ADD, 0);
+    return in_stages([](int ido) {
+        const int n_rows[] = {3, 1, 0};
+        return CALL(regression, n_rows[ido - 1], 1, x<Real>, x<Real> + 3, TAVIK_IDO, ido,
+                    ido == 2 ? TAVIK_ROWS_DELETE : TAVIK_ROWS_ADD, 0);
     });
 }
 
 // With every output, and a column that is selected.
-template <class Real, class Cluster> void *with_clusters(Cluster cluster, const Real *x, const Real *mass)
+template <class Real> void *clusters()
 {
     const int column[] = {1};
     Real *means, *squares;
     int *counts, *history, n_iterations;
-    void *found = cluster(3, 1, x, 2, x, TAVIK_X_COL_DIM, 2, TAVIK_CLUSTER_VARIABLES, column,
-                          TAVIK_FREQUENCIES, mass, TAVIK_CLUSTER_MEANS, &means, TAVIK_CLUSTER_SSQ, &squares,
-                          TAVIK_CLUSTER_COUNTS, &counts, TAVIK_CLUSTER_HISTORY, &n_iterations, &history, 0);
-    for (void *output : {static_cast<void *>(means), static_cast<void *>(squares),
-                         static_cast<void *>(counts), static_cast<void *>(history)}) {
-        EXPECT_EQ(output == nullptr, found == nullptr);
-        tavik_free(output);
-    }
-    return found;
+    void *found =
+        CALL(cluster_k_means, 3, 1, x<Real>, 2, x<Real>, TAVIK_X_COL_DIM, 2, TAVIK_CLUSTER_VARIABLES, column,
+             TAVIK_FREQUENCIES, mass<Real>, TAVIK_CLUSTER_MEANS, &means, TAVIK_CLUSTER_SSQ, &squares,
+             TAVIK_CLUSTER_COUNTS, &counts, TAVIK_CLUSTER_HISTORY, &n_iterations, &history, 0);
+    return with_outputs(found, means, squares, counts, history);
+}
+
+template <class Real> void *eigenvalues_and_vectors()
+{
+    Real *vectors;
+    void *values = CALL(eig_sym, 2, x<Real>, TAVIK_VECTORS, &vectors, 0);
+    return with_outputs(values, vectors);
 }
 
 // Networks that a case leaves, since releasing one at once would clear the error.
-template <class Network> Network *network_left = nullptr;
+template <class Real> Network<Real> *network_left = nullptr;
 
 void release_networks()
 {
-    tavik_f_mlff_network_free(std::exchange(network_left<tavik_f_network>, nullptr));
-    tavik_d_mlff_network_free(std::exchange(network_left<tavik_d_network>, nullptr));
+    tavik_f_mlff_network_free(std::exchange(network_left<float>, nullptr));
+    tavik_d_mlff_network_free(std::exchange(network_left<double>, nullptr));
 }
 
-template <class Network> void *leave(Network *network)
+template <class Real> void *leave(Network<Real> *network)
 {
-    network_left<Network> = network;
+    network_left<Real> = network;
     return no_result;
 }
 
@@ -197,14 +194,14 @@ template <class Network> bool lists_match(const Network &network)
 }
 
 // Edits one by one. The one that fails leaves the network as it was.
-template <class Network, class Init, class Edit> void *with_edits(Init init, Edit edit)
+template <class Real> void *edits()
 {
-    Network *network = init(2, 9);
-    leave(network);
+    Network<Real> *network = CALL(mlff_network_init, 2, 9);
+    leave<Real>(network);
     static FILE *const nowhere = std::fopen("/dev/null", "w");
     const auto step = [=](auto... options) {
         const int n_links = network->n_links, n_layers = network->n_layers;
-        edit(network, options..., 0);
+        CALL(mlff_network, network, options..., 0);
         EXPECT_TRUE(lists_match(*network));
         if (tavik_error_type() != 5) return true;
         EXPECT_TRUE(network->n_links == n_links && network->n_layers == n_layers);
@@ -220,22 +217,14 @@ template <class Network, class Init, class Edit> void *with_edits(Init init, Edi
 }
 
 // A network to write, to read and to give weights to; it is made when nothing fails, like the file.
-template <class Network, class Init, class Edit> Network *linked_network(Init init, Edit edit)
+template <class Real> Network<Real> *linked()
 {
-    static Network *const network = [=] {
-        Network *made = init(2, 3);
-        edit(made, TAVIK_CREATE_HIDDEN_LAYER, 9, TAVIK_LINK_ALL, 0);
+    static Network<Real> *const network = [] {
+        Network<Real> *made = CALL(mlff_network_init, 2, 3);
+        CALL(mlff_network, made, TAVIK_CREATE_HIDDEN_LAYER, 9, TAVIK_LINK_ALL, 0);
         return made;
     }();
     return network;
-}
-tavik_f_network *linked_f()
-{
-    return linked_network<tavik_f_network>(tavik_f_mlff_network_init, tavik_f_mlff_network);
-}
-tavik_d_network *linked_d()
-{
-    return linked_network<tavik_d_network>(tavik_d_mlff_network_init, tavik_d_mlff_network);
 }
 
 const char *network_file()
@@ -244,7 +233,7 @@ const char *network_file()
         std::string name = testing::TempDir() + "network_" + std::to_string(getpid());
         File()
         {
-            tavik_d_mlff_network_write(linked_d(), name.c_str(), 0);
+            tavik_d_mlff_network_write(linked<double>(), name.c_str(), 0);
         }
         ~File()
         {
@@ -261,92 +250,90 @@ FILE *network_stream()
         static char buffer[BUFSIZ];
         FILE *made = std::tmpfile();
         std::setvbuf(made, buffer, _IOFBF, sizeof buffer);
-        tavik_d_mlff_network_write(linked_d(), nullptr, TAVIK_FILE, made, 0);
+        tavik_d_mlff_network_write(linked<double>(), nullptr, TAVIK_FILE, made, 0);
         return made;
     }();
     std::rewind(stream);
     return stream;
 }
 
-template <class Real, class Eigen> void *with_vectors(Eigen eig_sym, const Real *a)
-{
-    Real *vectors;
-    void *values = eig_sym(2, a, TAVIK_VECTORS, &vectors, 0);
-    EXPECT_EQ(vectors == nullptr, values == nullptr);
-    tavik_free(vectors);
-    return values;
-}
-
-template <class Initialize, class Network, class Real>
-std::function<void *()> with_weights(Initialize initialize, Network *(*network)(), const Real *x, int method)
+template <class Real> std::function<void *()> first_weights(int method)
 {
     return [=] {
         static const int classes[] = {0, 1, 2};
-        return initialize(network(), 3, 0, 2, nullptr, x, TAVIK_METHOD, method, TAVIK_CLASSIFICATION, classes,
-                          0);
+        return CALL(mlff_initialize_weights, linked<Real>(), 3, 0, 2, nullptr, x<Real>, TAVIK_METHOD, method,
+                    TAVIK_CLASSIFICATION, classes, 0);
     };
 }
 
-const std::vector<Case> &cases()
+// Those that come in both precisions, named without the prefix.
+template <class Real> std::vector<Case> cases_of_precision()
 {
-    static const std::vector<Case> all = {
+    const auto uniforms = [] { return CALL(random_uniform, 3, 0); };
+    return {
+        {"aligned_malloc", [] { return CALL(aligned_malloc, 3, 5); }, Without::null},
+        {"beta_incomplete", done([] { CALL(beta_incomplete, 0.5, 2, 3); })},
+        {"cluster_k_means", clusters<Real>},
+        {"cluster_seeds", [] { return CALL(cluster_seeds, 3, 1, x<Real>, 2, 0); }},
+        {"eig_sym", eigenvalues_and_vectors<Real>},
+        {"machine", done([] { CALL(machine, 4); })},
+        {"mlff_initialize_weights", first_weights<Real>(2)},
+        {"mlff_initialize_weights", first_weights<Real>(3)},
+        {"mlff_initialize_weights", first_weights<Real>(4)},
+        {"mlff_network", edits<Real>},
+        {"mlff_network_free", done([] { CALL(mlff_network_free, nullptr); })},
+        {"mlff_network_init", [] { return leave<Real>(CALL(mlff_network_init, 2, 3)); }},
+        {"mlff_network_read", [] { return leave<Real>(CALL(mlff_network_read, network_file(), 0)); },
+         Without::null},
+        {"mlff_network_read",
+         [] { return leave<Real>(CALL(mlff_network_read, nullptr, TAVIK_FILE, network_stream(), 0)); }},
+        {"mlff_network_write", done([] { CALL(mlff_network_write, linked<Real>(), network_file(), 0); }),
+         Without::null},
+        {"mlff_network_write",
+         done([] { CALL(mlff_network_write, linked<Real>(), nullptr, TAVIK_FILE, network_stream(), 0); })},
+        {"omp_roundup", done([] { CALL(omp_roundup, 9); })},
+        {"random_normal", [] { return CALL(random_normal, 3, 0); }},
+        {"random_normal", [] { return CALL(random_normal, 3, TAVIK_ZIGGURAT, 0); }},
+        {"random_table_get", table_of<Real>([](auto... arguments) { CALL(random_table_get, arguments...); })},
+        {"random_table_set", done([] { CALL(random_table_set, &zero<Real>); })},
+        {"random_uniform", uniforms},
+        with_new_twister("random_uniform", 8, uniforms),
+        with_new_twister("random_uniform", 9, uniforms),
+        {"random_uniform_discrete", [] { return CALL(random_uniform_discrete, 3, 6, 0); }},
+        {"regression", regression_with_every_output<Real>},
+        {"regression", regression_of_many_rows<Real>},
+        {"regression", regression_of_many_columns<Real>},
+        {"regression",
+         [] {
+             return in_stages(
+                 [](int ido) { return CALL(regression, 3, 1, x<Real>, x<Real> + 3, TAVIK_IDO, ido, 0); });
+         }},
+        {"regression", regression_with_deletion<Real>},
+        {"simple_statistics", [] { return CALL(simple_statistics, 3, 2, x<Real>, 0); }},
+        {"simple_statistics",
+         [] {
+             return CALL(simple_statistics, 3, 1, x<Real>, TAVIK_X_COL_DIM, 2, TAVIK_MEDIAN_AND_SCALE,
+                         TAVIK_FREQUENCIES, mass<Real>, TAVIK_WEIGHTS, mass<Real>, TAVIK_MISSING_LISTWISE, 0);
+         }},
+        {"simple_statistics",
+         [] {
+             return in_stages(
+                 [](int ido) { return CALL(simple_statistics, 3, 2, x<Real>, TAVIK_IDO, ido, 0); });
+         }},
+    };
+}
+
+std::vector<Case> cases_without_precision()
+{
+    return {
         {"tavik_aligned_malloc", [] { return tavik_aligned_malloc(100); }, Without::null},
         {"tavik_aligned_free", done([] { tavik_aligned_free(nullptr); })},
         {"tavik_ctime", done(tavik_ctime)},
-        {"tavik_d_aligned_malloc", [] { return tavik_d_aligned_malloc(3, 5); }, Without::null},
-        {"tavik_d_beta_incomplete", done([] { tavik_d_beta_incomplete(0.5, 2, 3); })},
-        {"tavik_d_cluster_k_means", [] { return with_clusters(tavik_d_cluster_k_means, d, d_mass); }},
-        {"tavik_d_cluster_seeds", [] { return tavik_d_cluster_seeds(3, 1, d, 2, 0); }},
-        {"tavik_d_eig_sym", [] { return with_vectors(tavik_d_eig_sym, d); }},
-        {"tavik_d_machine", done([] { tavik_d_machine(4); })},
-        {"tavik_d_mlff_initialize_weights", with_weights(tavik_d_mlff_initialize_weights, linked_d, d, 2)},
-        {"tavik_d_mlff_initialize_weights", with_weights(tavik_d_mlff_initialize_weights, linked_d, d, 3)},
-        {"tavik_d_mlff_initialize_weights", with_weights(tavik_d_mlff_initialize_weights, linked_d, d, 4)},
-        {"tavik_d_mlff_network",
-         [] { return with_edits<tavik_d_network>(tavik_d_mlff_network_init, tavik_d_mlff_network); }},
-        {"tavik_d_mlff_network_free", done([] { tavik_d_mlff_network_free(nullptr); })},
-        {"tavik_d_mlff_network_init", [] { return leave(tavik_d_mlff_network_init(2, 3)); }},
-        {"tavik_d_mlff_network_read", [] { return leave(tavik_d_mlff_network_read(network_file(), 0)); },
-         Without::null},
-        {"tavik_d_mlff_network_read",
-         [] { return leave(tavik_d_mlff_network_read(nullptr, TAVIK_FILE, network_stream(), 0)); }},
-        {"tavik_d_mlff_network_write",
-         done([] { tavik_d_mlff_network_write(linked_d(), network_file(), 0); }), Without::null},
-        {"tavik_d_mlff_network_write",
-         done([] { tavik_d_mlff_network_write(linked_d(), nullptr, TAVIK_FILE, network_stream(), 0); })},
-        {"tavik_d_omp_roundup", done([] { tavik_d_omp_roundup(9); })},
-        {"tavik_d_random_normal", [] { return tavik_d_random_normal(3, 0); }},
-        {"tavik_d_random_normal", [] { return tavik_d_random_normal(3, TAVIK_ZIGGURAT, 0); }},
-        {"tavik_d_random_table_get", table_of<double>(tavik_d_random_table_get)},
-        {"tavik_d_random_table_set", done([] { tavik_d_random_table_set(&zero_d); })},
-        {"tavik_d_random_uniform", [] { return tavik_d_random_uniform(3, 0); }},
-        {"tavik_d_random_uniform", with_new_twister(8, [] { return tavik_d_random_uniform(3, 0); }),
-         Without::error, 1},
-        {"tavik_d_random_uniform", with_new_twister(9, [] { return tavik_d_random_uniform(3, 0); }),
-         Without::error, 1},
-        {"tavik_d_random_uniform_discrete", [] { return tavik_d_random_uniform_discrete(3, 6, 0); }},
-        {"tavik_d_regression", [] { return with_outputs(tavik_d_regression, d, d_mass); }},
-        {"tavik_d_regression", [] { return with_many_rows<double>(tavik_d_regression); }},
-        {"tavik_d_regression", [] { return with_many_columns<double>(tavik_d_regression); }},
-        {"tavik_d_regression",
-         [] {
-             return in_stages([](int ido) { return tavik_d_regression(3, 1, d, d + 3, TAVIK_IDO, ido, 0); });
-         }},
-        {"tavik_d_regression", [] { return with_deletion(tavik_d_regression, d); }},
-        {"tavik_d_simple_statistics", [] { return tavik_d_simple_statistics(3, 2, d, 0); }},
-        {"tavik_d_simple_statistics",
-         [] {
-             return tavik_d_simple_statistics(3, 1, d, TAVIK_X_COL_DIM, 2, TAVIK_MEDIAN_AND_SCALE,
-                                              TAVIK_FREQUENCIES, d_mass, TAVIK_WEIGHTS, d_mass,
-                                              TAVIK_MISSING_LISTWISE, 0);
-         }},
-        {"tavik_d_simple_statistics",
-         [] {
-             return in_stages([](int ido) { return tavik_d_simple_statistics(3, 2, d, TAVIK_IDO, ido, 0); });
-         }},
-        {"tavik_drotm", done([] { tavik_drotm(2, d, 1, d_mass, 1, no_rotation_d); })},
-        {"tavik_drotmg",
-         done([] { tavik_drotmg(scratch_d, scratch_d + 1, scratch_d + 2, 1, scratch_d + 3); })},
+        {"tavik_drotm", done([] { tavik_drotm(2, x<double>, 1, mass<double>, 1, no_rotation<double>); })},
+        {"tavik_drotmg", done([] {
+             double u[8] = {};
+             tavik_drotmg(u, u + 1, u + 2, 1, u + 3);
+         })},
         {"tavik_error_code", done(tavik_error_code)},
         {"tavik_error_message",
          [] {
@@ -358,57 +345,6 @@ const std::vector<Case> &cases()
          done([] { tavik_error_options(TAVIK_ERROR_MSG_PATH, text, TAVIK_ERROR_MSG_NAME, text, 0); }),
          Without::error, 2},
         {"tavik_error_type", done(tavik_error_type)},
-        {"tavik_f_aligned_malloc", [] { return tavik_f_aligned_malloc(3, 5); }, Without::null},
-        {"tavik_f_beta_incomplete", done([] { tavik_f_beta_incomplete(0.5f, 2, 3); })},
-        {"tavik_f_cluster_k_means", [] { return with_clusters(tavik_f_cluster_k_means, f, f_mass); }},
-        {"tavik_f_cluster_seeds", [] { return tavik_f_cluster_seeds(3, 1, f, 2, 0); }},
-        {"tavik_f_eig_sym", [] { return with_vectors(tavik_f_eig_sym, f); }},
-        {"tavik_f_machine", done([] { tavik_f_machine(4); })},
-        {"tavik_f_mlff_initialize_weights", with_weights(tavik_f_mlff_initialize_weights, linked_f, f, 2)},
-        {"tavik_f_mlff_initialize_weights", with_weights(tavik_f_mlff_initialize_weights, linked_f, f, 3)},
-        {"tavik_f_mlff_initialize_weights", with_weights(tavik_f_mlff_initialize_weights, linked_f, f, 4)},
-        {"tavik_f_mlff_network",
-         [] { return with_edits<tavik_f_network>(tavik_f_mlff_network_init, tavik_f_mlff_network); }},
-        {"tavik_f_mlff_network_free", done([] { tavik_f_mlff_network_free(nullptr); })},
-        {"tavik_f_mlff_network_init", [] { return leave(tavik_f_mlff_network_init(2, 3)); }},
-        {"tavik_f_mlff_network_read", [] { return leave(tavik_f_mlff_network_read(network_file(), 0)); },
-         Without::null},
-        {"tavik_f_mlff_network_read",
-         [] { return leave(tavik_f_mlff_network_read(nullptr, TAVIK_FILE, network_stream(), 0)); }},
-        {"tavik_f_mlff_network_write",
-         done([] { tavik_f_mlff_network_write(linked_f(), network_file(), 0); }), Without::null},
-        {"tavik_f_mlff_network_write",
-         done([] { tavik_f_mlff_network_write(linked_f(), nullptr, TAVIK_FILE, network_stream(), 0); })},
-        {"tavik_f_omp_roundup", done([] { tavik_f_omp_roundup(9); })},
-        {"tavik_f_random_normal", [] { return tavik_f_random_normal(3, 0); }},
-        {"tavik_f_random_normal", [] { return tavik_f_random_normal(3, TAVIK_ZIGGURAT, 0); }},
-        {"tavik_f_random_table_get", table_of<float>(tavik_f_random_table_get)},
-        {"tavik_f_random_table_set", done([] { tavik_f_random_table_set(&zero_f); })},
-        {"tavik_f_random_uniform", [] { return tavik_f_random_uniform(3, 0); }},
-        {"tavik_f_random_uniform", with_new_twister(8, [] { return tavik_f_random_uniform(3, 0); }),
-         Without::error, 1},
-        {"tavik_f_random_uniform", with_new_twister(9, [] { return tavik_f_random_uniform(3, 0); }),
-         Without::error, 1},
-        {"tavik_f_random_uniform_discrete", [] { return tavik_f_random_uniform_discrete(3, 6, 0); }},
-        {"tavik_f_regression", [] { return with_outputs(tavik_f_regression, f, f_mass); }},
-        {"tavik_f_regression", [] { return with_many_rows<float>(tavik_f_regression); }},
-        {"tavik_f_regression", [] { return with_many_columns<float>(tavik_f_regression); }},
-        {"tavik_f_regression",
-         [] {
-             return in_stages([](int ido) { return tavik_f_regression(3, 1, f, f + 3, TAVIK_IDO, ido, 0); });
-         }},
-        {"tavik_f_regression", [] { return with_deletion(tavik_f_regression, f); }},
-        {"tavik_f_simple_statistics", [] { return tavik_f_simple_statistics(3, 2, f, 0); }},
-        {"tavik_f_simple_statistics",
-         [] {
-             return tavik_f_simple_statistics(3, 1, f, TAVIK_X_COL_DIM, 2, TAVIK_MEDIAN_AND_SCALE,
-                                              TAVIK_FREQUENCIES, f_mass, TAVIK_WEIGHTS, f_mass,
-                                              TAVIK_MISSING_LISTWISE, 0);
-         }},
-        {"tavik_f_simple_statistics",
-         [] {
-             return in_stages([](int ido) { return tavik_f_simple_statistics(3, 2, f, TAVIK_IDO, ido, 0); });
-         }},
         {"tavik_fopen",
          [] {
              if (FILE *file = tavik_fopen("/dev/null", "r")) tavik_fclose(file);
@@ -429,19 +365,17 @@ const std::vector<Case> &cases()
         {"tavik_output_file", done([] { tavik_output_file(TAVIK_SET_OUTPUT_FILE, stdout, 0); })},
         {"tavik_page", done([] { tavik_page(1, &number); })},
         {"tavik_random_GFSR_table_get", table_of<int>(tavik_random_GFSR_table_get)},
-        {"tavik_random_GFSR_table_set", done([] { tavik_random_GFSR_table_set(&zero); })},
-        {"tavik_random_MT32_init", with_new_twister(8, done([] { tavik_random_MT32_init(2, key_32); })),
-         Without::error, 1},
-        {"tavik_random_MT32_table_get",
-         with_new_twister(8, table_of<std::uint32_t>(tavik_random_MT32_table_get)), Without::error, 1},
-        {"tavik_random_MT32_table_set",
-         with_new_twister(8, done([] { tavik_random_MT32_table_set(twister_32); })), Without::error, 1},
-        {"tavik_random_MT64_init", with_new_twister(9, done([] { tavik_random_MT64_init(2, key_64); })),
-         Without::error, 1},
-        {"tavik_random_MT64_table_get",
-         with_new_twister(9, table_of<std::uint64_t>(tavik_random_MT64_table_get)), Without::error, 1},
-        {"tavik_random_MT64_table_set",
-         with_new_twister(9, done([] { tavik_random_MT64_table_set(twister_64); })), Without::error, 1},
+        {"tavik_random_GFSR_table_set", done([] { tavik_random_GFSR_table_set(&zero<int>); })},
+        with_new_twister("tavik_random_MT32_init", 8, done([] { tavik_random_MT32_init(2, key_32); })),
+        with_new_twister("tavik_random_MT32_table_get", 8,
+                         table_of<std::uint32_t>(tavik_random_MT32_table_get)),
+        with_new_twister("tavik_random_MT32_table_set", 8,
+                         done([] { tavik_random_MT32_table_set(twister_32); })),
+        with_new_twister("tavik_random_MT64_init", 9, done([] { tavik_random_MT64_init(2, key_64); })),
+        with_new_twister("tavik_random_MT64_table_get", 9,
+                         table_of<std::uint64_t>(tavik_random_MT64_table_get)),
+        with_new_twister("tavik_random_MT64_table_set", 9,
+                         done([] { tavik_random_MT64_table_set(twister_64); })),
         {"tavik_random_option", done([] { tavik_random_option(1); })},
         {"tavik_random_option_get", done(tavik_random_option_get)},
         {"tavik_random_seed_get", done(tavik_random_seed_get)},
@@ -451,11 +385,24 @@ const std::vector<Case> &cases()
         {"tavik_set_user_fcn_return_flag", done([] { tavik_set_user_fcn_return_flag(1); })},
         {"tavik_signal_trap_status", done(tavik_signal_trap_status)},
         {"tavik_skip_signal_handler", done(tavik_skip_signal_handler)},
-        {"tavik_srotm", done([] { tavik_srotm(2, f, 1, f_mass, 1, no_rotation_f); })},
-        {"tavik_srotmg",
-         done([] { tavik_srotmg(scratch_f, scratch_f + 1, scratch_f + 2, 1, scratch_f + 3); })},
+        {"tavik_srotm", done([] { tavik_srotm(2, x<float>, 1, mass<float>, 1, no_rotation<float>); })},
+        {"tavik_srotmg", done([] {
+             float u[8] = {};
+             tavik_srotmg(u, u + 1, u + 2, 1, u + 3);
+         })},
         {"tavik_version", [] { return tavik_version(TAVIK_LIBRARY_VERSION); }},
     };
+}
+
+const std::vector<Case> &cases()
+{
+    static const std::vector<Case> all = [] {
+        std::vector<Case> made = cases_without_precision();
+        for (const auto &[prefix, of_precision] :
+             {std::pair{"tavik_f_", cases_of_precision<float>()}, {"tavik_d_", cases_of_precision<double>()}})
+            for (const Case &c : of_precision) made.push_back({prefix + c.routine, c.run, c.memory, c.keeps});
+        return made;
+    }();
     return all;
 }
 
