@@ -106,19 +106,13 @@ TEST_F(Platform, Settings)
     tavik_omp_options(50741, 0, 50634, 1, 0);
 }
 
-template <class Real> using Limits = std::numeric_limits<Real>;
-
 // Constant n as the C++ library knows it. Constant 5 of double differs from log10(2) in the ninth digit.
 template <class Real> bool is_constant(int n, Real value)
 {
-    const Real due[] = {Limits<Real>::min(),
-                        Limits<Real>::max(),
-                        Limits<Real>::epsilon() / 2,
-                        Limits<Real>::epsilon(),
-                        sizeof(Real) == 4 ? Real(0.30102999566398120) : Real(0.30102998001990605),
-                        0,
-                        Limits<Real>::infinity(),
-                        -Limits<Real>::infinity()};
+    using L = std::numeric_limits<Real>;
+    const Real log10_of_2 = sizeof(Real) == 4 ? Real(0.30102999566398120) : Real(0.30102998001990605);
+    const Real due[] = {L::min(),   L::max(), L::epsilon() / 2, L::epsilon(),
+                        log10_of_2, 0,        L::infinity(),    -L::infinity()};
     return n == 6 ? std::isnan(value) : value == due[n - 1];
 }
 
@@ -132,13 +126,10 @@ TEST_F(Platform, MachineConstants)
     }
     EXPECT_EQ(std::bit_cast<unsigned>(tavik_machine.f[5]), 0x7fffffffu);
     EXPECT_NE(std::bit_cast<unsigned long>(tavik_machine.d[5]) & 1ul << 51, 0u); // a quiet NaN
-    const long format[] = {2,
-                           Limits<float>::digits,
-                           Limits<float>::min_exponent,
-                           Limits<float>::max_exponent,
-                           Limits<double>::digits,
-                           Limits<double>::min_exponent,
-                           Limits<double>::max_exponent};
+    using F = std::numeric_limits<float>;
+    using D = std::numeric_limits<double>;
+    const long format[] = {2,         F::digits,       F::min_exponent, F::max_exponent,
+                           D::digits, D::min_exponent, D::max_exponent};
     const long i_machine[] = {CHAR_BIT, 2, 15, SHRT_MAX, 63, LONG_MAX}, imach[] = {0, 32, 4, 2, 31, INT_MAX};
     for (int n = 0; n <= 12; ++n) EXPECT_EQ(tavik_i_machine(n), n < 6 ? i_machine[n] : format[n - 6]) << n;
     for (int n = 1; n <= 12; ++n) EXPECT_EQ(tavik_imach(n), n < 6 ? imach[n] : format[n - 6]) << n;
@@ -148,27 +139,16 @@ TEST_F(Platform, MachineConstants)
 
 template <class Real> void check_division(Real (*divide)(Real, Real))
 {
-    const Real inf = Limits<Real>::infinity(), nan = NAN, tiny = Limits<Real>::min(),
-               huge = Limits<Real>::max();
+    using L = std::numeric_limits<Real>;
+    const Real inf = L::infinity(), nan = NAN, zero = 0, min = L::min(), max = L::max(), half = max / 2;
+    const Real normal = 3 * min / 2;
     const Real rows[][3] = {// dividend, divisor, quotient
-                            {7, 2, 3.5},
-                            {-7, .25, -28},
-                            {1, 0, inf},
-                            {-1, 0, -inf},
-                            {1, -Real(0), inf},
-                            {0, 0, nan},
-                            {huge, .5, inf},
-                            {huge, -.5, -inf},
-                            {tiny, 2, 0},
-                            {huge / 4, .5, huge / 2},
-                            {3 * tiny, 2, 3 * tiny / 2},
-                            {0, huge, 0},
-                            {1, inf, 0},
-                            {inf, 1, inf},
-                            {inf, inf, nan},
-                            {nan, 1, nan},
-                            {1, nan, nan},
-                            {0, nan, nan},
+                            {7, 2, 3.5},          {-7, .25, -28},          {1, 0, inf},
+                            {-1, 0, -inf},        {1, -zero, inf},         {0, 0, nan},
+                            {max, .5, inf},       {max, -.5, -inf},        {min, 2, 0},
+                            {half / 2, .5, half}, {2 * normal, 2, normal}, {0, max, 0},
+                            {1, inf, 0},          {inf, 1, inf},           {inf, inf, nan},
+                            {nan, 1, nan},        {1, nan, nan},           {0, nan, nan},
                             {nan, 0, nan}};
     for (const auto &[dividend, divisor, due] : rows) {
         const Real got = divide(dividend, divisor);

@@ -10,7 +10,6 @@
 #include <set>
 #include <string_view>
 #include <sys/wait.h>
-#include <unistd.h>
 
 using namespace capture;
 
@@ -103,7 +102,7 @@ TEST_F(Threads, LookUpsInTheMessageFileNeverMix)
 TEST_F(Threads, TenThousandShortLivedOnesLeaveNoMemoryBehind)
 {
     const auto run = [](int count) {
-        for (int i = 0; i < count; ++i) {
+        for (int i = 0; i < count; ++i)
             in_thread([] {
                 restore_defaults(false);
                 const double x[] = {1, 2, 3};
@@ -111,14 +110,13 @@ TEST_F(Threads, TenThousandShortLivedOnesLeaveNoMemoryBehind)
                 tavik_internal_generate_error(1, 2);
                 tavik_error_options(TAVIK_ERROR_MSG_PATH, "./", 0);
             });
-        }
         return mallinfo2().uordblks; // bytes in use, of all threads
     };
     const std::size_t before = run(100), after = run(10000);
     EXPECT_LT(after, before + 1'000'000); // ten thousand states are 300 MB
 }
 
-struct ThreadsDeathTest : NewProcessTest {};
+using ThreadsDeathTest = NewProcessTest;
 
 TEST_F(ThreadsDeathTest, AChildOfForkWorksWithoutTheThreadsThatItHasNot)
 {

@@ -36,13 +36,15 @@ template <class Call> std::function<void *()> done(Call call)
 }
 
 // First stages and the last one, whichever gets through.
-template <class Call> void *in_stages(Call call)
+template <class Call> std::function<void *()> in_stages(Call call)
 {
-    for (int ido : {1, 2}) {
-        tavik_free(call(ido));
-        if (tavik_error_type() == 5) return no_result;
-    }
-    return call(3);
+    return [=]() -> void * {
+        for (int ido : {1, 2}) {
+            tavik_free(call(ido));
+            if (tavik_error_type() == 5) return no_result;
+        }
+        return call(3);
+    };
 }
 
 // Calls the routine of the precision at hand, which is Real.
@@ -122,25 +124,13 @@ template <class Real> void *regression_of_many_rows()
 }
 
 // Many rows, then some: stages take their memory array by array.
-template <class Real> void *regression_of_many_columns()
+template <class Real> void *regression_of_many_columns(int ido)
 {
+    const int n_rows[] = {2000, 100, 0};
     int columns[30];
     std::iota(columns, columns + 30, 0);
-    return in_stages([&](int ido) {
-        const int n_rows[] = {2000, 100, 0};
-        return CALL(regression, n_rows[ido - 1], 29, many_values<Real>(), nullptr, TAVIK_X_INDICES, columns,
-                    columns + 29, -1, -1, TAVIK_IDO, ido, 0);
-    });
-}
-
-// Three rows, one of which is taken out again.
-template <class Real> void *regression_with_deletion()
-{
-    return in_stages([](int ido) {
-        const int n_rows[] = {3, 1, 0};
-        return CALL(regression, n_rows[ido - 1], 1, x<Real>, x<Real> + 3, TAVIK_IDO, ido,
-                    ido == 2 ? TAVIK_ROWS_DELETE : TAVIK_ROWS_ADD, 0);
-    });
+    return CALL(regression, n_rows[ido - 1], 29, many_values<Real>(), nullptr, TAVIK_X_INDICES, columns,
+                columns + 29, -1, -1, TAVIK_IDO, ido, 0);
 }
 
 // With every output, and a column that is selected.
@@ -154,13 +144,6 @@ template <class Real> void *clusters()
              TAVIK_FREQUENCIES, mass<Real>, TAVIK_CLUSTER_MEANS, &means, TAVIK_CLUSTER_SSQ, &squares,
              TAVIK_CLUSTER_COUNTS, &counts, TAVIK_CLUSTER_HISTORY, &n_iterations, &history, 0);
     return with_outputs(found, means, squares, counts, history);
-}
-
-template <class Real> void *eigenvalues_and_vectors()
-{
-    Real *vectors;
-    void *values = CALL(eig_sym, 2, x<Real>, TAVIK_VECTORS, &vectors, 0);
-    return with_outputs(values, vectors);
 }
 
 // Networks that a case leaves, since releasing one at once would clear the error.
@@ -257,29 +240,32 @@ FILE *network_stream()
     return stream;
 }
 
-template <class Real> std::function<void *()> first_weights(int method)
-{
-    return [=] {
-        static const int classes[] = {0, 1, 2};
-        return CALL(mlff_initialize_weights, linked<Real>(), 3, 0, 2, nullptr, x<Real>, TAVIK_METHOD, method,
-                    TAVIK_CLASSIFICATION, classes, 0);
-    };
-}
-
 // Those that come in both precisions, named without the prefix.
 template <class Real> std::vector<Case> cases_of_precision()
 {
+    const auto first_weights = [](int method) {
+        return [=] {
+            const int classes[] = {0, 1, 2};
+            return CALL(mlff_initialize_weights, linked<Real>(), 3, 0, 2, nullptr, x<Real>, TAVIK_METHOD,
+                        method, TAVIK_CLASSIFICATION, classes, 0);
+        };
+    };
     const auto uniforms = [] { return CALL(random_uniform, 3, 0); };
     return {
         {"aligned_malloc", [] { return CALL(aligned_malloc, 3, 5); }, Without::null},
         {"beta_incomplete", done([] { CALL(beta_incomplete, 0.5, 2, 3); })},
         {"cluster_k_means", clusters<Real>},
         {"cluster_seeds", [] { return CALL(cluster_seeds, 3, 1, x<Real>, 2, 0); }},
-        {"eig_sym", eigenvalues_and_vectors<Real>},
+        {"eig_sym",
+         [] {
+             Real *vectors;
+             void *values = CALL(eig_sym, 2, x<Real>, TAVIK_VECTORS, &vectors, 0);
+             return with_outputs(values, vectors);
+         }},
         {"machine", done([] { CALL(machine, 4); })},
-        {"mlff_initialize_weights", first_weights<Real>(2)},
-        {"mlff_initialize_weights", first_weights<Real>(3)},
-        {"mlff_initialize_weights", first_weights<Real>(4)},
+        {"mlff_initialize_weights", first_weights(2)},
+        {"mlff_initialize_weights", first_weights(3)},
+        {"mlff_initialize_weights", first_weights(4)},
         {"mlff_network", edits<Real>},
         {"mlff_network_free", done([] { CALL(mlff_network_free, nullptr); })},
         {"mlff_network_init", [] { return leave<Real>(CALL(mlff_network_init, 2, 3)); }},
@@ -302,13 +288,14 @@ template <class Real> std::vector<Case> cases_of_precision()
         {"random_uniform_discrete", [] { return CALL(random_uniform_discrete, 3, 6, 0); }},
         {"regression", regression_with_every_output<Real>},
         {"regression", regression_of_many_rows<Real>},
-        {"regression", regression_of_many_columns<Real>},
+        {"regression", in_stages(regression_of_many_columns<Real>)},
         {"regression",
-         [] {
-             return in_stages(
-                 [](int ido) { return CALL(regression, 3, 1, x<Real>, x<Real> + 3, TAVIK_IDO, ido, 0); });
-         }},
-        {"regression", regression_with_deletion<Real>},
+         in_stages([](int ido) { return CALL(regression, 3, 1, x<Real>, x<Real> + 3, TAVIK_IDO, ido, 0); })},
+        {"regression", in_stages([](int ido) { // three rows, one of which is taken out again
+             const int n_rows[] = {3, 1, 0};
+             return CALL(regression, n_rows[ido - 1], 1, x<Real>, x<Real> + 3, TAVIK_IDO, ido,
+                         ido == 2 ? TAVIK_ROWS_DELETE : TAVIK_ROWS_ADD, 0);
+         })},
         {"simple_statistics", [] { return CALL(simple_statistics, 3, 2, x<Real>, 0); }},
         {"simple_statistics",
          [] {
@@ -316,10 +303,7 @@ template <class Real> std::vector<Case> cases_of_precision()
                          TAVIK_FREQUENCIES, mass<Real>, TAVIK_WEIGHTS, mass<Real>, TAVIK_MISSING_LISTWISE, 0);
          }},
         {"simple_statistics",
-         [] {
-             return in_stages(
-                 [](int ido) { return CALL(simple_statistics, 3, 2, x<Real>, TAVIK_IDO, ido, 0); });
-         }},
+         in_stages([](int ido) { return CALL(simple_statistics, 3, 2, x<Real>, TAVIK_IDO, ido, 0); })},
     };
 }
 
