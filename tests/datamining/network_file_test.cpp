@@ -5,7 +5,6 @@
 #include <clocale>
 #include <cmath>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -92,8 +91,9 @@ template <class Real> struct NetworkFiles : NetworkTest {
         SCOPED_TRACE(bytes.substr(0, 600));
         std::ofstream(name, std::ios::binary) << bytes;
         FILE *stream = std::fopen(name.c_str(), "r");
-        Owned<Real> net, streamed(R::read(nullptr, TAVIK_FILE, stream, 0));
-        EXPECT_EQ(text(tavik_error_type(), tavik_error_code()), due.substr(0, due.find(' ', 2)));
+        Owned<Real> net, streamed;
+        expect_outcome(due.substr(0, due.find(' ', 2)),
+                       [&] { streamed.reset(R::read(nullptr, TAVIK_FILE, stream, 0)); });
         std::fclose(stream);
         expect_outcome(due, [&] { net.reset(R::read(name.c_str(), 0)); });
         EXPECT_EQ(net == nullptr, due != "0 0");
@@ -104,7 +104,6 @@ template <class Real> struct NetworkFiles : NetworkTest {
         return net;
     }
 };
-using Reals = testing::Types<float, double>;
 TYPED_TEST_SUITE(NetworkFiles, Reals);
 
 TYPED_TEST(NetworkFiles, HaveExactlyTheseBytesAndGiveTheNetworkBack)
@@ -211,17 +210,17 @@ TYPED_TEST(NetworkFiles, ThatAreMalformedAreRefused)
         {12, {"-1 2 6", "0"}},
         {16, {"1"}},
         {22, {"3", "x"}}};
-    for (const auto &[line, places] : faults) {
+    const string refused = "5 65373 " + this->name + " ";
+    for (const auto &[line, places] : faults)
         for (int place = 0; place < static_cast<int>(places.size()); ++place) {
             std::istringstream words(places[place]);
             for (string word; words >> word;)
-                this->read(changed_sample(line, place, word), text("5 65373", this->name, 1 + line));
+                this->read(changed_sample(line, place, word), refused + std::to_string(1 + line));
         }
-    }
     // What disagrees with a count is told of where it stands.
-    this->read(changed_sample(1, 4, "4"), text("5 65373", this->name, 5));
-    this->read(changed_sample(1, 4, "2"), text("5 65373", this->name, 4));
-    this->read(changed_sample(1, 0, "2147483647"), text("5 65373", this->name, 3));
+    this->read(changed_sample(1, 4, "4"), refused + "5");
+    this->read(changed_sample(1, 4, "2"), refused + "4");
+    this->read(changed_sample(1, 0, "2147483647"), refused + "3");
     for (const char *version : {"2.000000", "2.0", "0", "-1.0", "1.000001", "10", "0.1e2"})
         this->read(changed_sample(0, 0, version), "5 65372 " + this->name);
     this->read(changed_sample(7, 2, string(70000, '1')), "5 65373"); // no number is so long

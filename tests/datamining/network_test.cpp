@@ -3,7 +3,6 @@
 
 #include <array>
 #include <climits>
-#include <limits>
 
 extern "C" [[gnu::weak]] void __lsan_disable();
 extern "C" [[gnu::weak]] void __lsan_enable();
@@ -21,7 +20,6 @@ template <class Real> struct NetworkEdits : NetworkTest {
         expect_outcome(due, [&] { R::edit(net, options..., 0); });
     }
 };
-using Reals = testing::Types<float, double>;
 TYPED_TEST_SUITE(NetworkEdits, Reals);
 
 // By hand: {0, 1}, {2, 3}, {4}. Of equal options the later one wins, and links come after the layers.
@@ -118,8 +116,9 @@ TYPED_TEST(NetworkEdits, TellOfErrors)
     const TypeParam bias[] = {1, 1};
     const int none[] = {-1}, five[] = {4};
     for (const int layer : {0, 3}) {
-        this->expect_edit(text("5 40097 layer_id", layer, 3), net.get(), TAVIK_BIAS, layer, bias);
-        this->expect_edit(text("5 40097 layer_id", layer, 3), net.get(), TAVIK_ACTIVATION_FCN, layer, none);
+        const string due = format("5 40097 layer_id %d 3", layer);
+        this->expect_edit(due, net.get(), TAVIK_BIAS, layer, bias);
+        this->expect_edit(due, net.get(), TAVIK_ACTIVATION_FCN, layer, none);
     }
     this->expect_edit("5 40089 activation_fcn 0 -1 0 3", net.get(), TAVIK_ACTIVATION_FCN, 2, none);
     this->expect_edit("5 40089 activation_fcn 0 4 0 3", net.get(), TAVIK_ACTIVATION_FCN, 1, five);

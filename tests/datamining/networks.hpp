@@ -4,15 +4,13 @@
 #include "frame/capture.hpp"
 
 #include <cstdio>
-#include <functional>
 #include <memory>
 #include <ostream>
 #include <sstream>
-#include <vector>
 
 namespace networks {
 
-using capture::of_type;
+using capture::of_type, capture::Reals;
 using std::string;
 
 template <class Real> struct Routines {
@@ -60,7 +58,6 @@ struct Record {
     std::vector<Node> nodes;
     bool operator==(const Record &) const = default;
 
-    Record() = default;
     template <class AnyNetwork> explicit Record(const AnyNetwork &net)
     {
         n_inputs = net.n_inputs, n_outputs = net.n_outputs, next_link = net.next_link;
@@ -105,16 +102,8 @@ template <class... Values> string format(const char *pattern, Values... values)
     return line;
 }
 
-// "5 602 to 3 1 2": what a call leaves, as capture::outcome tells it.
-template <class... Parts> string text(const Parts &...parts)
-{
-    std::ostringstream out;
-    const char *blank = "";
-    ((out << blank << parts, blank = " "), ...);
-    return out.str();
-}
-
-// Expects that a call leaves such a text. What follows type and code are parameters: numbers, or else single words.
+// Expects that capture::outcome tells this of a call, like "5 602 to 3 1 2". What follows type and code are parameters:
+// numbers, or else single words.
 inline void expect_outcome(const string &due, const std::function<void()> &call)
 {
     std::istringstream words(due);

@@ -18,8 +18,8 @@
 
 namespace capture {
 
-using std::string;
-using std::to_string;
+using std::string, std::to_string;
+using Reals = testing::Types<float, double>;
 
 // The names as they are printed. By default types from 3 on are printed, types from 5 on at once, and 4, 5
 // and 8 end the process.

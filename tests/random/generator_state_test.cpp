@@ -11,7 +11,6 @@ using capture::outcome, testing::AnyOf;
 
 template <class Real> struct State : testing::Test {
 };
-using Reals = testing::Types<float, double>;
 TYPED_TEST_SUITE(State, Reals);
 constexpr double nan = std::numeric_limits<double>::quiet_NaN(),
                  inf = std::numeric_limits<double>::infinity();
@@ -124,8 +123,7 @@ TYPED_TEST(State, RefusesBadArguments)
         {"5 603 0 1 nr", "iil", done([&] { Routines<Real>::rnun(0, user); })},
     };
     fresh([&] {
-        Generators model;
-        model.start(3, 5);
+        Generators model(3, 5);
         for (const auto &c : cases)
             EXPECT_EQ(outcome([&] { EXPECT_EQ(c.run(), c.result) << c.due; }, c.kinds), c.due);
         EXPECT_EQ(capture::printed.at(0).routine, of_type<Real>("tavik_rnun", "tavik_drnun"));
@@ -149,8 +147,7 @@ TYPED_TEST(State, ChecksTables)
 {
     using Real = TypeParam;
     const auto check = [](int drawn, int at, double value) {
-        Generators model;
-        model.start(2, 5);
+        Generators model(2, 5);
         EXPECT_EQ(uniforms<Real>(drawn), model.draw<Real>(drawn));
         std::array<Real, 128> table;
         table.fill(Real(0.25));
@@ -162,8 +159,7 @@ TYPED_TEST(State, ChecksTables)
         EXPECT_EQ(uniforms<Real>(500), model.draw<Real>(500)) << value << " " << at;
     };
     const auto check_gfsr = [](int drawn, int at, int value) {
-        Generators model;
-        model.start(7, 5);
+        Generators model(7, 5);
         EXPECT_EQ(uniforms<Real>(drawn), model.draw<Real>(drawn));
         Gfsr given(99);
         for (int &word : given.table) word = std::max(word, 1);
@@ -194,8 +190,7 @@ template <class Twister, class Word, class Set> void takes_any_index(int option,
     constexpr Word n = Twister::state_size;
     for (Word index : {Word{0}, Word{1}, n - 1, n, n + 1, n + 2, ~Word{0}})
         fresh([=] {
-            Generators model;
-            model.start(option, 4711);
+            Generators model(option, 4711);
             Vector<Word> table(n + 1);
             table[0] = index;
             set(table.data());

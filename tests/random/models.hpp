@@ -14,7 +14,7 @@
 
 namespace models {
 
-using capture::of_type, capture::take;
+using capture::of_type, capture::Reals, capture::take;
 template <class T> using Vector = std::vector<T>;
 
 template <class Real> struct Routines {
@@ -106,12 +106,12 @@ struct Gfsr {
 };
 static_assert(sizeof(Gfsr) == 1565 * sizeof(int));
 
-struct Generators {
-    template <class Real> struct Shuffle {
-        std::array<Real, 128> slots{};
-        bool filled = false;
-    };
+template <class Real> struct Shuffle {
+    std::array<Real, 128> slots{};
+    bool filled = false;
+};
 
+struct Generators {
     double modulus = 2147483647, seed = 0;
     int option = 1;
     std::tuple<Shuffle<float>, Shuffle<double>> shuffles;
@@ -119,12 +119,12 @@ struct Generators {
     std::optional<std::mt19937> mt32;
     std::optional<std::mt19937_64> mt64;
 
-    // Sets the model and the calling thread.
-    void start(int with_option, int with_seed)
+    Generators() = default;
+    // Sets the calling thread, too.
+    Generators(int with_option, int with_seed) : seed(with_seed), option(with_option)
     {
         tavik_random_seed_set(with_seed);
-        tavik_random_option(option = with_option);
-        seed = with_seed;
+        tavik_random_option(with_option);
     }
 
     // The states that a generator needs, or all.
