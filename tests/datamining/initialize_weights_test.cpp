@@ -142,7 +142,6 @@ template <class Real> struct InitializeWeights : NetworkTest {
         }
     }
 };
-using Reals = testing::Types<float, double>;
 TYPED_TEST_SUITE(InitializeWeights, Reals);
 
 TYPED_TEST(InitializeWeights, EqualOnesAreOneOverTheirNumber)
@@ -187,16 +186,15 @@ TYPED_TEST(InitializeWeights, PrincipalComponentsAreThoseOfTheCorrelations)
         this->weights_from(3, net, TAVIK_METHOD, TAVIK_PRINCIPAL_COMPONENT_WEIGHTS);
         this->expect_standard_potentials(*net);
         this->expect_random_from(3, *net, due);
-        const auto deviation = [&](int i) { return std::sqrt(covariance(this->input(i), this->input(i))); };
         double sum = 0, last = INFINITY;
         for (int c = 0; c < due; ++c) {
-            Column a, product(5);
-            for (int j = 0; j < 5; ++j)
-                a.push_back(net->links[net->nodes[5 + c].inLinks[j]].weight * deviation(j));
-            for (int i = 0; i < 25; ++i) {
-                const double scale = deviation(i / 5) * deviation(i % 5);
-                if (scale > 0)
-                    product[i / 5] += covariance(this->input(i / 5), this->input(i % 5)) / scale * a[i % 5];
+            const Column z = this->potential(*net, 5 + c);
+            // The product of the correlations with a is what the inputs have in common with z.
+            Column a, product;
+            for (int i = 0; i < 5; ++i) {
+                const double deviation = std::sqrt(covariance(this->input(i), this->input(i)));
+                a.push_back(net->links[net->nodes[5 + c].inLinks[i]].weight * deviation);
+                product.push_back(deviation > 0 ? covariance(this->input(i), z) / deviation : 0);
             }
             const double lambda = std::inner_product(a.begin(), a.end(), product.begin(), 0.0) /
                                   std::inner_product(a.begin(), a.end(), a.begin(), 0.0);
@@ -264,13 +262,10 @@ TYPED_TEST(InitializeWeights, TellOfAPoorDiscriminant)
 TYPED_TEST(InitializeWeights, LeaveOutPatternsWithMissingValues)
 {
     const auto net = this->network({5, 7, 3});
-    const auto by_methods = [&] {
-        std::vector<std::vector<TypeParam>> all;
-        for (int method : {2, 3, 4})
-            all.push_back(
-                this->weights_from(9, net, TAVIK_METHOD, method, TAVIK_CLASSIFICATION, this->classes.data()));
-        return all;
+    const auto by_method = [&](int method) {
+        return this->weights_from(9, net, TAVIK_METHOD, method, TAVIK_CLASSIFICATION, this->classes.data());
     };
+    const auto by_methods = [&] { return std::vector{by_method(2), by_method(3), by_method(4)}; };
     const auto without = by_methods();
     for (double bad : {NAN, INFINITY}) {
         this->nominal.insert(this->nominal.begin(), {1, 1});
@@ -298,9 +293,9 @@ TYPED_TEST(InitializeWeights, AreCheckedInOrder)
     const auto refuse = [&](const string &due, auto *net, int n_patterns, int n_nominal, int n_continuous,
                             const int *nominal, const TypeParam *continuous, int method, auto... options) {
         expect_outcome(due, [&] {
-            const auto *made = R::initialize(net, n_patterns, n_nominal, n_continuous, nominal, continuous,
-                                             TAVIK_METHOD, method, options..., 0);
-            EXPECT_EQ(made, nullptr);
+            EXPECT_EQ(R::initialize(net, n_patterns, n_nominal, n_continuous, nominal, continuous,
+                                    TAVIK_METHOD, method, options..., 0),
+                      nullptr);
         });
     };
     // Each call mends the fault that the one before it was refused for, and has all that are tested later.
