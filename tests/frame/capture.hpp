@@ -103,6 +103,14 @@ inline void in_thread(const std::function<void()> &body)
     std::thread(body).join();
 }
 
+// In so many threads at once, each with its number.
+inline void in_threads(int count, const std::function<void(int)> &body)
+{
+    std::vector<std::thread> team;
+    for (int id = 0; id < count; ++id) team.emplace_back(body, id);
+    for (std::thread &thread : team) thread.join();
+}
+
 // Takes over a string of the library's.
 inline string own(char *text)
 {

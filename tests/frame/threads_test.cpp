@@ -19,13 +19,6 @@ constexpr int kThreads = 8, kRounds = 300;
 constexpr const char *kNames[kThreads] = {"tavik_t0", "tavik_t1", "tavik_t2", "tavik_t3",
                                           "tavik_t4", "tavik_t5", "tavik_t6", "tavik_t7"};
 
-template <class Body> void in_threads(Body body)
-{
-    std::vector<std::thread> team;
-    for (int id = 0; id < kThreads; ++id) team.emplace_back(body, id);
-    for (std::thread &thread : team) thread.join();
-}
-
 struct Threads : FrameTest {};
 
 TEST_F(Threads, PrintedErrorsNeverInterleaveAndStatesNeverMix)
@@ -37,7 +30,7 @@ TEST_F(Threads, PrintedErrorsNeverInterleaveAndStatesNeverMix)
     const auto code = [](int id, int round) { return kCode + 100000L * (1000 * id + round); };
     const auto type = [](int round) { return 3 + round % 2 * 3; };
     std::atomic<int> wrong = 0;
-    in_threads([&](int id) {
+    in_threads(kThreads, [&](int id) {
         tavik_error_options(TAVIK_SET_ERROR_FILE, stream.file, TAVIK_SET_TRACEBACK, 1, id % 2, 0);
         for (int round = 0; round < kRounds; ++round) {
             const string due = text(id, round), rest = due.substr(to_string(round).size());
@@ -88,7 +81,7 @@ TEST_F(Threads, LookUpsInTheMessageFileNeverMix)
     EXPECT_EQ(due.back().second, "Error code 4.");
     EXPECT_EQ(distinct.size(), due.size());
     std::atomic<int> wrong = 0;
-    in_threads([&](int id) {
+    in_threads(kThreads, [&](int id) {
         std::mt19937 bits(id);
         for (int round = 0; round < kRounds; ++round) {
             const auto &[code, message] = due[bits() % due.size()];

@@ -59,9 +59,9 @@ struct Snapshot {
 TEST(Generators, FollowTheModelWhateverTheOrderOfCalls)
 {
     constexpr int lengths[] = {1, 2, 3, 7, 8, 9, 16, 31, 33, 100, 127, 312, 513, 624, 1000, 1562, 1563, 5000};
-    const auto body = [&](unsigned number) {
+    capture::in_threads(60, [&](int number) {
         for (int what : {TAVIK_SET_PRINT, TAVIK_SET_STOP}) capture::set(what, 5, 0); // zeros are refused
-        std::mt19937 engine(number);
+        std::mt19937 engine(static_cast<unsigned>(number));
         tavik_random_option(number % 2 == 0 ? 7 : 1);
         Generators model(1 + static_cast<int>(engine() % 9), 1 + static_cast<int>(engine() % 2147483646));
         if (number % 2 == 0) model.modulus = 2147483648;
@@ -82,10 +82,7 @@ TEST(Generators, FollowTheModelWhateverTheOrderOfCalls)
             EXPECT_EQ(tavik_get_random_common_structure()->seed_d, model.seed);
             EXPECT_EQ(tavik_random_option_get(), model.option);
         }
-    };
-    std::vector<std::thread> threads;
-    for (unsigned number = 0; number < 60; ++number) threads.emplace_back(body, number);
-    for (std::thread &thread : threads) thread.join();
+    });
 }
 
 // What the twisters' authors print for these keys. Such a key of one word does nothing.
