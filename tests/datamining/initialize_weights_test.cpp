@@ -49,16 +49,6 @@ template <class Real> struct InitializeWeights : NetworkTest {
         }
     }
 
-    // Layers of these sizes, the first one the inputs, each linked to the next.
-    static Owned<Real> network(const std::vector<int> &sizes)
-    {
-        auto net = make<Real>(sizes.front(), sizes.back());
-        for (std::size_t l = 1; l + 1 < sizes.size(); ++l)
-            R::edit(net.get(), TAVIK_CREATE_HIDDEN_LAYER, sizes[l], 0);
-        R::edit(net.get(), TAVIK_LINK_ALL, 0);
-        return net;
-    }
-
     // The weights, which are the network's, too.
     template <class... Options> Weights weights(const Owned<Real> &net, Options... options) const
     {
@@ -147,7 +137,7 @@ TYPED_TEST_SUITE(InitializeWeights, Reals);
 TYPED_TEST(InitializeWeights, EqualOnesAreOneOverTheirNumber)
 {
     using Real = TypeParam;
-    const auto net = this->network({5, 4, 2});
+    const auto net = linked<TypeParam>({5, 4, 2});
     net->nodes[6].bias = 3;
     std::vector<Real> due(34, 0);
     std::fill_n(due.begin(), 20, Real(1) / 5);
@@ -164,7 +154,7 @@ TYPED_TEST(InitializeWeights, RandomOnesFollowTheRule)
     for (const auto &[to, from] :
          {std::pair{6, 4}, {5, 3}, {8, 6}, {6, 0}, {5, 2}, {8, 1}, {9, 5}, {6, 3}, {8, 5}})
         Routines<TypeParam>::edit(partly.get(), TAVIK_LINK_NODE, to, from, 0);
-    for (const auto &net : {this->network({5, 4, 3, 2}), this->network({5, 3}), std::move(partly)}) {
+    for (const auto &net : {linked<TypeParam>({5, 4, 3, 2}), linked<TypeParam>({5, 3}), std::move(partly)}) {
         const auto w = this->weights_from(77, net);
         const int end = tavik_random_seed_get();
         this->expect_random_from(77, *net);
@@ -181,7 +171,7 @@ TYPED_TEST(InitializeWeights, RandomOnesFollowTheRule)
 // The weights of component k on standardised inputs are the k-th eigenvector of the correlations.
 TYPED_TEST(InitializeWeights, PrincipalComponentsAreThoseOfTheCorrelations)
 {
-    const auto net = this->network({5, 7, 2});
+    const auto net = linked<TypeParam>({5, 7, 2});
     const auto expect_components = [&](int due) {
         this->weights_from(3, net, TAVIK_METHOD, TAVIK_PRINCIPAL_COMPONENT_WEIGHTS);
         this->expect_standard_potentials(*net);
@@ -213,7 +203,7 @@ TYPED_TEST(InitializeWeights, PrincipalComponentsAreThoseOfTheCorrelations)
 // With B between and W within classes: B w = lambda W w. B has rank 2, so these are all.
 TYPED_TEST(InitializeWeights, DiscriminantFunctionsSeparateTheClasses)
 {
-    const auto net = this->network({5, 4, 3});
+    const auto net = linked<TypeParam>({5, 4, 3});
     this->weights_from(3, net, TAVIK_METHOD, TAVIK_DISCRIMINANT_WEIGHTS, TAVIK_CLASSIFICATION,
                        this->classes.data());
     EXPECT_EQ(this->output.take(), "") << "the classes are far apart";
@@ -249,7 +239,7 @@ TYPED_TEST(InitializeWeights, DiscriminantFunctionsSeparateTheClasses)
 // Of classes that no line separates: opposite corners of a square.
 TYPED_TEST(InitializeWeights, TellOfAPoorDiscriminant)
 {
-    const auto net = this->network({2, 1});
+    const auto net = linked<TypeParam>({2, 1});
     const TypeParam corners[] = {0, 0, 0, 1, 1, 0, 1, 1};
     const int classes[] = {0, 1, 1, 0};
     tavik_free(Routines<TypeParam>::initialize(net.get(), 4, 0, 2, nullptr, corners, TAVIK_METHOD, 4,
@@ -261,7 +251,7 @@ TYPED_TEST(InitializeWeights, TellOfAPoorDiscriminant)
 
 TYPED_TEST(InitializeWeights, LeaveOutPatternsWithMissingValues)
 {
-    const auto net = this->network({5, 7, 3});
+    const auto net = linked<TypeParam>({5, 7, 3});
     const auto by_method = [&](int method) {
         return this->weights_from(9, net, TAVIK_METHOD, method, TAVIK_CLASSIFICATION, this->classes.data());
     };
@@ -287,7 +277,7 @@ TYPED_TEST(InitializeWeights, LeaveOutPatternsWithMissingValues)
 TYPED_TEST(InitializeWeights, AreCheckedInOrder)
 {
     using R = Routines<TypeParam>;
-    const auto three = this->network({2, 3}), one = this->network({2, 1}); // one output: two classes
+    const auto three = linked<TypeParam>({2, 3}), one = linked<TypeParam>({2, 1}); // one output: two classes
     const TypeParam x[] = {1, 2, 3, 4, 5, 7, 8, 9, 9, 9, 0, 3};
     const int inputs[] = {0, 1, 0, 1}, bad[] = {0, 1, 2, 3}, negative[] = {0, -1, 2, 0};
     const auto refuse = [&](const string &due, auto *net, int n_patterns, int n_nominal, int n_continuous,
@@ -329,7 +319,7 @@ TYPED_TEST(InitializeWeights, AreCheckedInOrder)
 
 TYPED_TEST(InitializeWeights, PrintASummary)
 {
-    const auto net = this->network({5, 1, 2});
+    const auto net = linked<TypeParam>({5, 1, 2});
     Routines<TypeParam>::edit(net.get(), TAVIK_LINK_NODE, 7, 1, 0);
     for (int &c : this->classes) c = c > 0;
     const auto call = [&](int method, int classification) {

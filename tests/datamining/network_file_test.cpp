@@ -241,8 +241,7 @@ TYPED_TEST(NetworkFiles, ThatAreMalformedAreRefused)
 // However a file falls into the pieces in which it is read.
 TYPED_TEST(NetworkFiles, MayBeLarge)
 {
-    const auto net = make<TypeParam>(40, 50);
-    Routines<TypeParam>::edit(net.get(), TAVIK_LINK_ALL, 0);
+    const auto net = linked<TypeParam>({40, 50});
     for (int k = 0; k < net->n_links; ++k) net->links[k].weight = TypeParam(k) / 1024;
     const string bytes = this->written(*net);
     ASSERT_GT(bytes.size(), 100000U);
@@ -324,8 +323,7 @@ TYPED_TEST(NetworkFiles, ThatCannotBeOpenedOrAreNone)
 TYPED_TEST(NetworkFiles, SurviveAFailedWrite)
 {
     using R = Routines<TypeParam>;
-    const auto large = make<TypeParam>(40, 40);
-    R::edit(large.get(), TAVIK_LINK_ALL, 0);
+    const auto large = linked<TypeParam>({40, 40});
     FILE *full = std::fopen("/dev/full", "w");
     expect_outcome("5 65374", [&] { R::write(large.get(), "/dev/full", 0); });
     expect_outcome("5 65374", [&] { R::write(large.get(), nullptr, TAVIK_FILE, full, 0); });

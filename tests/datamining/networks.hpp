@@ -39,6 +39,16 @@ template <class Real> Owned<Real> make(int n_inputs, int n_outputs)
     return Owned<Real>(Routines<Real>::init(n_inputs, n_outputs));
 }
 
+// Layers of these sizes, the first one the inputs, each linked to the next.
+template <class Real> Owned<Real> linked(const std::vector<int> &sizes)
+{
+    auto net = make<Real>(sizes.front(), sizes.back());
+    for (std::size_t l = 1; l + 1 < sizes.size(); ++l)
+        Routines<Real>::edit(net.get(), TAVIK_CREATE_HIDDEN_LAYER, sizes[l], 0);
+    Routines<Real>::edit(net.get(), TAVIK_LINK_ALL, 0);
+    return net;
+}
+
 struct Record {
     struct Link {
         double weight = 0, gradient = 1;

@@ -52,6 +52,7 @@ template <class Call> std::function<void *()> in_stages(Call call)
 
 template <class Real> Real x[] = {1, 2, 3, 4, 5, 6};
 template <class Real> Real mass[] = {1, 2, 1};
+template <class Real> Real zeros[8] = {};
 template <class Real> const Real no_rotation[] = {-2};
 template <class Real> const Real zero = 0;
 char text[] = "./";
@@ -102,25 +103,21 @@ template <class Real> void *regression_with_every_output()
     return with_outputs(b, anova, coefficients, covariances, residuals, means, factor);
 }
 
-template <class Real> const Real *many_values()
-{
-    static const std::vector<Real> values = [] {
-        std::vector<Real> squares;
-        for (int i = 0; i < 60000; ++i) squares.push_back(static_cast<Real>(i * i % 101));
-        return squares;
-    }();
-    return values.data();
-}
+template <class Real>
+const std::vector<Real> many_values = [] {
+    std::vector<Real> squares;
+    for (int i = 0; i < 60000; ++i) squares.push_back(static_cast<Real>(i * i % 101));
+    return squares;
+}();
 
 // Rows enough for several blocks, without an intercept; columns are by index.
 template <class Real> void *regression_of_many_rows()
 {
     const int independent[] = {2, 0}, dependent[] = {1};
     Real *crossproducts;
-    void *b = CALL(regression, 20000, 2, many_values<Real>(), nullptr, TAVIK_X_INDICES, independent,
+    void *b = CALL(regression, 20000, 2, many_values<Real>.data(), nullptr, TAVIK_X_INDICES, independent,
                    dependent, -1, -1, TAVIK_NO_INTERCEPT, TAVIK_ERROR_CROSSPRODUCTS, &crossproducts, 0);
-    tavik_free(crossproducts);
-    return b;
+    return with_outputs(b, crossproducts);
 }
 
 // Many rows, then some: stages take their memory array by array.
@@ -129,7 +126,7 @@ template <class Real> void *regression_of_many_columns(int ido)
     const int n_rows[] = {2000, 100, 0};
     int columns[30];
     std::iota(columns, columns + 30, 0);
-    return CALL(regression, n_rows[ido - 1], 29, many_values<Real>(), nullptr, TAVIK_X_INDICES, columns,
+    return CALL(regression, n_rows[ido - 1], 29, many_values<Real>.data(), nullptr, TAVIK_X_INDICES, columns,
                 columns + 29, -1, -1, TAVIK_IDO, ido, 0);
 }
 
@@ -202,11 +199,7 @@ template <class Real> void *edits()
 // A network to write, to read and to give weights to; it is made when nothing fails, like the file.
 template <class Real> Network<Real> *linked()
 {
-    static Network<Real> *const network = [] {
-        Network<Real> *made = CALL(mlff_network_init, 2, 3);
-        CALL(mlff_network, made, TAVIK_CREATE_HIDDEN_LAYER, 9, TAVIK_LINK_ALL, 0);
-        return made;
-    }();
+    static Network<Real> *const network = networks::linked<Real>({2, 9, 3}).release();
     return network;
 }
 
@@ -315,25 +308,17 @@ std::vector<Case> cases_without_precision()
         {"tavik_ctime", done(tavik_ctime)},
         {"tavik_drotm", done([] { tavik_drotm(2, x<double>, 1, mass<double>, 1, no_rotation<double>); })},
         {"tavik_drotmg", done([] {
-             double u[8] = {};
-             tavik_drotmg(u, u + 1, u + 2, 1, u + 3);
+             tavik_drotmg(zeros<double>, zeros<double> + 1, zeros<double> + 2, 1, zeros<double> + 3);
          })},
         {"tavik_error_code", done(tavik_error_code)},
-        {"tavik_error_message",
-         [] {
-             char *message = tavik_error_message(); // of the version that main asked for
-             return static_cast<void *>(message);
-         },
-         Without::null},
+        {"tavik_error_message", tavik_error_message, Without::null}, // of the error that before() leaves
         {"tavik_error_options",
          done([] { tavik_error_options(TAVIK_ERROR_MSG_PATH, text, TAVIK_ERROR_MSG_NAME, text, 0); }),
          Without::error, 2},
         {"tavik_error_type", done(tavik_error_type)},
-        {"tavik_fopen",
-         [] {
+        {"tavik_fopen", done([] {
              if (FILE *file = tavik_fopen("/dev/null", "r")) tavik_fclose(file);
-             return no_result;
-         },
+         }),
          Without::null},
         {"tavik_fclose", done([] {})}, // with tavik_fopen
         {"tavik_free", done([] { tavik_free(nullptr); })},
@@ -370,10 +355,8 @@ std::vector<Case> cases_without_precision()
         {"tavik_signal_trap_status", done(tavik_signal_trap_status)},
         {"tavik_skip_signal_handler", done(tavik_skip_signal_handler)},
         {"tavik_srotm", done([] { tavik_srotm(2, x<float>, 1, mass<float>, 1, no_rotation<float>); })},
-        {"tavik_srotmg", done([] {
-             float u[8] = {};
-             tavik_srotmg(u, u + 1, u + 2, 1, u + 3);
-         })},
+        {"tavik_srotmg",
+         done([] { tavik_srotmg(zeros<float>, zeros<float> + 1, zeros<float> + 2, 1, zeros<float> + 3); })},
         {"tavik_version", [] { return tavik_version(TAVIK_LIBRARY_VERSION); }},
     };
 }
