@@ -16,24 +16,35 @@
 
 namespace {
 
-template <class... Arguments> float *call(int n, int p, const float *x, Arguments... arguments)
+using capture::take;
+
+template <class T> using Vector = std::vector<T>;
+
+template <class Real, class... Options> Real *call(int n, int p, const Real *x, Options... options)
 {
-    return tavik_f_simple_statistics(n, p, x, arguments..., 0);
+    constexpr auto routine = capture::of_type<Real>(tavik_f_simple_statistics, tavik_d_simple_statistics);
+    return routine(n, p, x, options..., 0);
 }
 
-template <class... Arguments> double *call(int n, int p, const double *x, Arguments... arguments)
+// The statistics up to the count and the limits. The usual level stands in for masses that there are not.
+template <class Real, class... Options>
+Vector<Real> statistics(int n, int p, const Real *x, const Vector<Real> &f, const Vector<Real> &w,
+                        Options... options)
 {
-    return tavik_d_simple_statistics(n, p, x, arguments..., 0);
+    static constexpr Real usual = 95;
+    const auto given = [](int code, const Vector<Real> &masses) {
+        return masses.empty() ? std::pair(int{TAVIK_CONFIDENCE_MEAN_ADR}, &usual)
+                              : std::pair(code, masses.data());
+    };
+    const auto [f_code, frequencies] = given(TAVIK_FREQUENCIES, f);
+    const auto [w_code, weights] = given(TAVIK_WEIGHTS, w);
+    return take(call(n, p, x, f_code, frequencies, w_code, weights, options...), 14 * size_t(p));
 }
 
 enum Row { mean, variance, deviation, skewness, kurtosis, lowest, highest, range, variation, count };
 
 constexpr double nan_value = std::numeric_limits<double>::quiet_NaN();
 constexpr double inf = std::numeric_limits<double>::infinity();
-
-template <class Real> using Vector = std::vector<Real>;
-
-using capture::take;
 
 template <class Real> struct Simple : capture::FrameTest {
     Simple()
@@ -54,13 +65,13 @@ template <class Real> struct Simple : capture::FrameTest {
         return seen;
     }
 
-    static Vector<Real> normal_data(std::size_t size, unsigned seed, double missing = 0)
+    static Vector<Real> normal_data(size_t size, unsigned seed, double missing = 0)
     {
         std::mt19937_64 engine(seed);
         std::normal_distribution<double> value(5, 3);
         std::bernoulli_distribution drop(missing);
         Vector<Real> x(size);
-        for (Real &v : x) v = drop(engine) ? Real(nan_value) : static_cast<Real>(value(engine));
+        for (Real &v : x) v = drop(engine) ? Real(nan_value) : Real(value(engine));
         return x;
     }
 };
@@ -75,7 +86,7 @@ std::vector<double> alternating(double first, double low, double high)
     return x;
 }
 
-template <std::size_t n> std::vector<double> values(const double (&x)[n])
+template <size_t n> std::vector<double> values(const double (&x)[n])
 {
     return {x, x + n};
 }
@@ -93,16 +104,6 @@ std::vector<double> pi_digits()
     std::vector<double> x;
     for (const char *digit = nist::pi_digits; *digit != '\0'; ++digit) x.push_back(*digit - '0');
     return x;
-}
-
-inline auto near_or_nan(float value)
-{
-    return testing::NanSensitiveFloatEq(value);
-}
-
-inline auto near_or_nan(double value)
-{
-    return testing::NanSensitiveDoubleEq(value);
 }
 
 double digits_right(double value, double certified)
@@ -133,7 +134,7 @@ TEST(CertifiedData, MeanAndDeviation)
     };
     for (const auto &set : sets) {
         SCOPED_TRACE(set.name);
-        const int n = static_cast<int>(set.x.size());
+        const int n = int(set.x.size());
         const auto check = [&](double *result) {
             const auto s = take(result, 14);
             EXPECT_GE(digits_right(s[mean], set.mean), set.mean_digits);
@@ -157,8 +158,7 @@ TEST(CertifiedData, ShapeAndLimitsOfMichelso)
     EXPECT_GE(digits_right(s[kurtosis], 524252357.0 / 1989342003), 13);
     const double limits[] = {836.72259316633083642, 868.07740683366917798, 4812.4468911161282723,
                              8424.4124866829589289};
-    for (int i = 0; i < 4; ++i)
-        EXPECT_GE(digits_right(s[static_cast<std::size_t>(10 + i)], limits[i]), 14) << i;
+    for (size_t i = 0; i < 4; ++i) EXPECT_GE(digits_right(s[10 + i], limits[i]), 14) << i;
 }
 
 // Two values that lie 1 apart have the variance 1/2 whatever their weights, and the mean is at their share of
@@ -181,10 +181,10 @@ TEST(CertifiedData, LimitsOfEveryLevel)
     for (double level : {1e-10, 50.0, 95.0, 99.99999, 99.9999999999999, 0x1.8ffffffffffffp6}) {
         const auto s =
             take(call(3, 1, x, TAVIK_CONFIDENCE_MEAN, level, TAVIK_CONFIDENCE_VARIANCE, level), 14);
-        const double q = static_cast<double>((100 - static_cast<long double>(level)) / 200);
+        const double q = double((100 - static_cast<long double>(level)) / 200);
         const double half_width = (1 - 2 * q) / std::sqrt(6 * q * (1 - q));
         const double due[] = {2 - half_width, 2 + half_width, -1 / std::log(q), -1 / std::log1p(-q)};
-        for (std::size_t i = 0; i < 4; ++i)
+        for (size_t i = 0; i < 4; ++i)
             EXPECT_NEAR(s[10 + i], due[i], 1e-15 * (2 + std::fabs(due[i]))) << level << " " << i;
     }
 }
@@ -193,10 +193,10 @@ TEST(CertifiedData, FloatLosesNothingToItsAccumulators)
 {
     const int n = 10'000'000;
     std::vector<float> x(n);
-    for (int i = 0; i < n; ++i) x[static_cast<std::size_t>(i)] = 4096 + static_cast<float>(i % 5) / 64;
+    for (size_t i = 0; i < x.size(); ++i) x[i] = 4096 + float(i % 5) / 64;
     const auto s = take(call(n, 1, x.data()), 14);
     EXPECT_EQ(s[mean], 4096 + 2.0F / 64);
-    EXPECT_FLOAT_EQ(s[variance], static_cast<float>(2.0 / 4096 * n / (n - 1.0)));
+    EXPECT_FLOAT_EQ(s[variance], float(2.0 / 4096 * n / (n - 1.0)));
     EXPECT_EQ(s[count], 1e7F);
 }
 
@@ -222,50 +222,39 @@ TYPED_TEST(Simple, AgreesWithTwoPassesInEveryMode)
     using Real = TypeParam;
     const double tolerance = sizeof(Real) == 4 ? 4e-7 : 4e-14;
     std::mt19937_64 engine(7);
-    const int variables[] = {1, 2, 3, 5, 8, 10, 15, 16, 17, 19, 31, 33, 100};
+    const size_t variables[] = {1, 2, 3, 5, 8, 10, 15, 16, 17, 19, 31, 33, 100};
     for (unsigned round = 0; round < 160; ++round) {
-        const int p = variables[round % std::size(variables)], stride = p + static_cast<int>(round % 3);
-        const int n = 3 + static_cast<int>(engine() % (round % 5 == 0 ? 9000 : 300));
+        const size_t p = variables[round % std::size(variables)], stride = p + round % 3;
+        const size_t n = 3 + engine() % (round % 5 == 0 ? 9000 : 300);
         const bool missing = round % 2 != 0, listwise = round % 4 == 3 && p < 20;
         const bool with_f = round % 7 < 3, with_w = round % 7 > 1 && round % 7 < 5;
-        const auto rows = static_cast<std::size_t>(n);
-        const auto x =
-            TestFixture::normal_data(rows * static_cast<std::size_t>(stride), round, missing ? 0.03 : 0);
-        Vector<Real> f(rows, 1), w(rows, 1);
-        for (std::size_t i = 0; i < rows; ++i) {
-            if (with_f) f[i] = static_cast<Real>(engine() % 4);
-            if (with_w) w[i] = static_cast<Real>(engine() % 9) / 4;
+        const auto x = this->normal_data(n * stride, round, missing ? 0.03 : 0);
+        Vector<Real> f, w;
+        for (size_t i = 0; i < n; ++i) {
+            if (with_f) f.push_back(Real(engine() % 4));
+            if (with_w) w.push_back(Real(engine() % 9) / 4);
             if (with_w && missing && engine() % 50 == 0) w[i] = Real(nan_value);
         }
         SCOPED_TRACE(testing::Message() << "n " << n << " p " << p << " stride " << stride << " listwise "
                                         << listwise << " f " << with_f << " w " << with_w);
-        // Without frequencies and weights those options are not given at all, which takes another path.
-        const int mode = listwise ? TAVIK_MISSING_LISTWISE : TAVIK_MISSING_ELEMENTWISE;
-        const auto run = [&](auto... masses) {
-            return call(n, p, x.data(), TAVIK_X_COL_DIM, stride, mode, masses...);
-        };
-        const auto s = take(with_f && with_w ? run(TAVIK_FREQUENCIES, f.data(), TAVIK_WEIGHTS, w.data())
-                            : with_f         ? run(TAVIK_FREQUENCIES, f.data())
-                            : with_w         ? run(TAVIK_WEIGHTS, w.data())
-                                             : run(),
-                            14 * static_cast<std::size_t>(p));
+        const auto s = statistics(int(n), int(p), x.data(), f, w, TAVIK_X_COL_DIM, int(stride),
+                                  listwise ? TAVIK_MISSING_LISTWISE : TAVIK_MISSING_ELEMENTWISE);
         ASSERT_FALSE(s.empty());
-        for (int j = 0; j < p; ++j) {
+        for (size_t j = 0; j < p; ++j) {
             std::vector<std::array<double, 3>> counting;
             double mass = 0, sum_f = 0;
-            for (std::size_t i = 0; i < rows; ++i) {
-                const Real *row = x.data() + i * static_cast<std::size_t>(stride);
+            for (size_t i = 0; i < n; ++i) {
+                const Real *row = &x[i * stride], f_i = with_f ? f[i] : 1, w_i = with_w ? w[i] : 1;
                 const auto is_nan = [](Real v) { return std::isnan(v); };
-                if ((listwise && std::any_of(row, row + p, is_nan)) || is_nan(row[j] + w[i]) || f[i] == 0)
+                if ((listwise && std::any_of(row, row + p, is_nan)) || is_nan(row[j] + w_i) || f_i == 0)
                     continue;
-                counting.push_back({row[j], f[i], w[i]});
-                sum_f += f[i], mass += f[i] * w[i];
+                counting.push_back({row[j], f_i, w_i});
+                sum_f += f_i, mass += f_i * w_i;
             }
             if (sum_f < 3 || mass < 2) continue; // the warnings have a test of their own
             const auto due = two_passes(counting, with_w);
-            for (std::size_t r = 0; r < due.size(); ++r)
-                ASSERT_NEAR(s[r * static_cast<std::size_t>(p) + static_cast<std::size_t>(j)], due[r],
-                            tolerance * (1 + std::fabs(due[r])))
+            for (size_t r = 0; r < due.size(); ++r)
+                ASSERT_NEAR(s[r * p + j], due[r], tolerance * (1 + std::fabs(due[r])))
                     << "row " << r + 1 << " variable " << j;
         }
     }
@@ -277,28 +266,21 @@ TYPED_TEST(Simple, SameBitsOnAnyNumberOfThreadsAndInStages)
     using tavik::descriptive::blocks_per_piece, tavik::descriptive::rows_per_block;
     for (int p : {1, 3, 10, 40, 300}) {
         const std::int64_t piece = rows_per_block(p) * blocks_per_piece(p);
-        const int n = static_cast<int>(std::max<std::int64_t>(6 * piece + 777, 3 * 4096)), stride = p + 1;
-        const auto x = TestFixture::normal_data(
-            static_cast<std::size_t>(n) * static_cast<std::size_t>(stride), 3, 0.00001);
-        const auto masses = TestFixture::normal_data(static_cast<std::size_t>(n), 4);
-        Vector<Real> w(masses.size());
-        for (std::size_t i = 0; i < w.size(); ++i) w[i] = std::fabs(masses[i]);
-        const auto size = 14 * static_cast<std::size_t>(p);
-        const auto statistics = [&](int mode, int first, int count, int ido) {
+        const int n = int(std::max<std::int64_t>(6 * piece + 777, 3 * 4096)), stride = p + 1;
+        const auto x = this->normal_data(size_t(n) * size_t(stride), 3, 0.00001);
+        auto w = this->normal_data(size_t(n), 4);
+        for (Real &mass : w) mass = std::fabs(mass);
+        const auto size = 14 * size_t(p);
+        const auto of_rows = [&](int mode, int first, int count, int ido) {
             const int row = mode == 0 ? p : stride; // mode 0 reads the same numbers in other rows
-            const auto run = [&](auto... options) {
-                return take(call(count, p, x.data() + static_cast<std::ptrdiff_t>(first) * row,
-                                 TAVIK_X_COL_DIM, row, TAVIK_IDO, ido, options...),
-                            size);
-            };
-            return mode < 2    ? run()
-                   : mode == 2 ? run(TAVIK_MISSING_LISTWISE)
-                               : run(TAVIK_WEIGHTS, w.data() + first);
+            const Vector<Real> masses(w.begin() + first, mode == 3 ? w.end() : w.begin() + first);
+            return statistics(count, p, &x[size_t(first) * size_t(row)], {}, masses, TAVIK_X_COL_DIM, row,
+                              TAVIK_IDO, ido, mode == 2 ? TAVIK_MISSING_LISTWISE : TAVIK_MISSING_ELEMENTWISE);
         };
         for (int mode : {0, 1, 2, 3}) { // contiguous, padded, listwise, weighted
             SCOPED_TRACE(testing::Message() << "p " << p << " mode " << mode);
             omp_set_num_threads(1);
-            const auto once = statistics(mode, 0, n, 0);
+            const auto once = of_rows(mode, 0, n, 0);
             const auto same_bits = [&](const Vector<Real> &other) {
                 return other.size() == size &&
                        std::memcmp(other.data(), once.data(), size * sizeof(Real)) == 0;
@@ -306,17 +288,17 @@ TYPED_TEST(Simple, SameBitsOnAnyNumberOfThreadsAndInStages)
             for (int threads : {2, 3}) {
                 omp_set_num_threads(threads);
                 ASSERT_EQ(tavik::thread_count((n + piece - 1) / piece, std::int64_t{n} * p), threads);
-                EXPECT_TRUE(same_bits(statistics(mode, 0, n, 0))) << threads << " threads";
+                EXPECT_TRUE(same_bits(of_rows(mode, 0, n, 0))) << threads << " threads";
             }
             const auto staged = [&](int first, int second) {
-                EXPECT_TRUE(statistics(mode, 0, first, 1).empty());
-                EXPECT_TRUE(statistics(mode, first, second, 2).empty());
-                EXPECT_TRUE(statistics(mode, first + second, 0, 2).empty());
-                return statistics(mode, first + second, n - first - second, 3);
+                EXPECT_TRUE(of_rows(mode, 0, first, 1).empty());
+                EXPECT_TRUE(of_rows(mode, first, second, 2).empty());
+                EXPECT_TRUE(of_rows(mode, first + second, 0, 2).empty());
+                return of_rows(mode, first + second, n - first - second, 3);
             };
             EXPECT_TRUE(same_bits(staged(4096, 8192))) << "stages on borders";
             const auto elsewhere = staged(100, 5000);
-            for (std::size_t i = 0; i < size; ++i)
+            for (size_t i = 0; i < size; ++i)
                 ASSERT_NEAR(elsewhere[i], once[i],
                             256 * std::numeric_limits<Real>::epsilon() * (1 + std::fabs(once[i])))
                     << i;
@@ -327,7 +309,11 @@ TYPED_TEST(Simple, SameBitsOnAnyNumberOfThreadsAndInStages)
 TYPED_TEST(Simple, MediansTakeTheValuesThatCount)
 {
     using Real = TypeParam;
-    const Real nan = Real(nan_value), infinity = Real(inf);
+    const Real nan = Real(nan_value), infinity = Real(inf), most = std::numeric_limits<Real>::max();
+    const auto near_or_nan = [](Real due) {
+        if constexpr (sizeof due == 4) return testing::NanSensitiveFloatEq(due);
+        else return testing::NanSensitiveDoubleEq(due);
+    };
     const Vector<Real> ones(5, 1), drop = {1, 0, 1, 1, nan};
     const struct {
         const char *name;
@@ -337,11 +323,7 @@ TYPED_TEST(Simple, MediansTakeTheValuesThatCount)
     } cases[] = {{"odd", {5, 1, 4, 2, 9}, false, 4, 2},
                  {"even: mean of the middle two", {5, 1, 4, 2, nan}, false, 3, 1.5},
                  {"left out rows", {5, 1, 4, 2, 9}, true, 4, 1},
-                 {"no overflow",
-                  {std::numeric_limits<Real>::max(), std::numeric_limits<Real>::max(), nan, nan, nan},
-                  false,
-                  std::numeric_limits<Real>::max(),
-                  0},
+                 {"no overflow", {most, most, nan, nan, nan}, false, most, 0},
                  {"infinite center", {infinity, infinity, infinity, 1, 2}, false, infinity, 0},
                  {"nothing", {nan, nan, nan, nan, nan}, false, nan, nan}};
     for (const auto &c : cases) {
@@ -354,7 +336,7 @@ TYPED_TEST(Simple, MediansTakeTheValuesThatCount)
         EXPECT_THAT(t[14], near_or_nan(c.median));
         EXPECT_THAT(s[15], near_or_nan(c.deviation));
         // 0.67448975019608174 is the normal quantile at 0.75 (mpmath).
-        EXPECT_THAT(s[16], near_or_nan(static_cast<Real>(c.deviation / 0.67448975019608174)));
+        EXPECT_THAT(s[16], near_or_nan(Real(c.deviation / 0.67448975019608174)));
     }
 }
 
@@ -364,13 +346,11 @@ TYPED_TEST(Simple, WarnsOfWhatIsNotDefined)
     using Real = TypeParam;
     const Real nan = Real(nan_value), tiny = std::numeric_limits<Real>::min(), infinity = Real(inf);
     const Real root = std::sqrt(tiny), cube = std::cbrt(tiny), fourth = std::sqrt(root);
-    using Codes = std::vector<long>;
     const struct {
         const char *name;
         Vector<Real> x, w;
-        const char
-            *rows; // variance, deviation, skewness, kurtosis, variation, limits of the mean, of the variance
-        Codes codes;
+        const char *rows; // variance, deviation, skewness, kurtosis, variation, limits of mean and variance
+        std::vector<long> codes;
     } cases[] = {
         {"one value", {7}, {}, "nnnnnnnnn", {11067}},
         {"one value left", {nan, 7, nan}, {}, "nnnnnnnnn", {11062, 11067}},
@@ -388,23 +368,18 @@ TYPED_TEST(Simple, WarnsOfWhatIsNotDefined)
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        const int n = static_cast<int>(c.x.size());
-        Real *result =
-            c.w.empty() ? call(n, 1, c.x.data()) : call(n, 1, c.x.data(), TAVIK_WEIGHTS, c.w.data());
-        const auto s = take(result, 14);
+        const auto s = statistics(int(c.x.size()), 1, c.x.data(), {}, c.w);
         ASSERT_EQ(s.size(), 14U);
         std::string rows;
-        for (int r : {1, 2, 3, 4, 8, 10, 11, 12, 13})
-            rows += std::isnan(s[static_cast<std::size_t>(r)]) ? 'n'
-                    : s[static_cast<std::size_t>(r)] == 0      ? '0'
-                                                               : 'v';
+        for (size_t r : {1, 2, 3, 4, 8, 10, 11, 12, 13})
+            rows += std::isnan(s[r]) ? 'n' : s[r] == 0 ? '0' : 'v';
         EXPECT_EQ(rows, c.rows);
         EXPECT_EQ(this->codes(), c.codes);
     }
-    for (std::size_t padding : {0U, 10000U}) { // over several blocks the mean stays infinite
+    for (size_t padding : {0U, 10000U}) { // over several blocks the mean stays infinite
         Vector<Real> x = {1, infinity, 2};
         x.resize(3 + padding, 1);
-        const auto s = take(call(static_cast<int>(x.size()), 1, x.data()), 14);
+        const auto s = take(call(int(x.size()), 1, x.data()), 14);
         EXPECT_TRUE(s[mean] == infinity && s[lowest] == 1 && s[highest] == infinity);
     }
     const Real largest = std::numeric_limits<Real>::max(),
@@ -413,114 +388,87 @@ TYPED_TEST(Simple, WarnsOfWhatIsNotDefined)
     EXPECT_EQ(take(call(4, 1, extremes), 14)[mean], 0);
     this->codes();
     // Several variables: the number of the one concerned, from 1.
-    const Vector<Real> x = {1, nan, 5, 2, 3, 5};
-    const auto s = take(call(2, 3, x.data()), 42);
-    EXPECT_EQ(this->codes(), (Codes{11062, 11072, 11076}));
+    const Real x[] = {1, nan, 5, 2, 3, 5}, y[] = {1, nan, 2, 5, 2, 6, 3, nan}, weights[] = {1, 0, 0, 1};
+    const auto s = take(call(2, 3, x), 42);
+    EXPECT_THAT(this->codes(), testing::ElementsAre(11062, 11072, 11076));
     EXPECT_EQ(capture::fill("%(i1)"), "3");
     EXPECT_EQ(s[3 * count + 1], 1);
     EXPECT_EQ(s[1], 3);
-    this->codes();
-    const Vector<Real> weights = {1, 0, 0, 1};
-    take(call(4, 2, Vector<Real>{1, nan, 2, 5, 2, 6, 3, nan}.data(), TAVIK_WEIGHTS, weights.data()), 28);
-    EXPECT_EQ(this->codes(), (Codes{11062, 11069}));
-    take(call(2, 2, Vector<Real>{1, nan, 2, 5}.data(), TAVIK_MISSING_LISTWISE), 28);
-    EXPECT_EQ(this->codes(), (Codes{11288, 11067}));
+    tavik_free(call(4, 2, y, TAVIK_WEIGHTS, weights));
+    EXPECT_THAT(this->codes(), testing::ElementsAre(11062, 11069));
+    tavik_free(call(2, 2, y, TAVIK_MISSING_LISTWISE));
+    EXPECT_THAT(this->codes(), testing::ElementsAre(11288, 11067));
 }
 
 TYPED_TEST(Simple, RefusesBadArguments)
 {
     using Real = TypeParam;
-    const Vector<Real> x = {1, 2, 3, 4}, bad_f = {1, -2, 1, 1}, nan_f = {Real(nan_value), -2, 0, 1},
-                       ones(4, 1);
-    const Vector<Real> zero_f = {0, 1, 1, 1}, bad_w = {-3, 1, 1, Real(inf)};
-    const Real level = 100;
+    const Real x[] = {1, 2, 3, 4}, *null = nullptr, level = 100;
+    const Real bad_f[] = {1, -2, 1, 1}, nan_f[] = {Real(nan_value), -2, 0, 1}, zero_f[] = {0, 1, 1, 1},
+               bad_w[] = {-3, 1, 1, Real(inf)};
+    const auto refused = [](const char *due, const char *kinds, auto... arguments) {
+        EXPECT_EQ(capture::outcome([&] { EXPECT_EQ(call(arguments...), nullptr); }, kinds), due);
+    };
+    refused("5 603 0 1 n_variables", "iil", 4, 0, x);
+    refused("5 603 0 1 n_observations", "iil", 0, 1, x);
+    refused("5 603 -1 0 n_observations", "iil", -1, 1, x, TAVIK_IDO, 1);
+    refused("5 602 4 0 3 ido", "iiil", 4, 1, x, TAVIK_IDO, 4);
+    refused("5 601 2 1 n_variables x_col_dim", "iill", 2, 2, x, TAVIK_X_COL_DIM, 1);
+    refused("5 601 2 1 n_variables stat_col_dim", "iill", 2, 2, x, TAVIK_STAT_COL_DIM, 1);
+    refused("5 603 0 1 x_col_dim", "iil", 2, 2, x, TAVIK_X_COL_DIM, 0);
+    refused("5 11064 100", "r", 4, 1, x, TAVIK_CONFIDENCE_MEAN_ADR, &level);
+    refused("5 11064 nan", "r", 4, 1, x, TAVIK_CONFIDENCE_MEAN, nan_value);
+    refused("5 11065 100.5", "r", 4, 1, x, TAVIK_CONFIDENCE_VARIANCE, 100.5);
+    for (int second : {TAVIK_MEDIAN, TAVIK_MEDIAN_AND_SCALE})
+        refused("5 11117 TAVIK_MEDIAN and TAVIK_MEDIAN_AND_SCALE", "l", 4, 1, x, TAVIK_MEDIAN, second);
+    refused("5 11426 2", "i", 4, 1, x, TAVIK_MEDIAN, TAVIK_IDO, 2);
+    refused("5 11001 4711 3", "ii", 4, 1, x, TAVIK_IDO, 0, TAVIK_MEDIAN, 4711);
+    refused("5 150 x", "l", 4, 1, null);
+    refused("4 11055 2 -2", "ir", 4, 1, x, TAVIK_FREQUENCIES, bad_f);
+    refused("4 11055 2 -2", "ir", 4, 1, x, TAVIK_FREQUENCIES, nan_f);
+    refused("4 11055 2 -3", "ir", 4, 1, x, TAVIK_WEIGHTS, bad_w);
+    refused("4 11055 3 inf", "ir", 4, 1, x, TAVIK_WEIGHTS, bad_w, TAVIK_FREQUENCIES, zero_f);
+    refused("4 11054 3 4 inf", "iir", 4, 1, x, TAVIK_IDO, 1, TAVIK_WEIGHTS, bad_w, TAVIK_FREQUENCIES, zero_f);
     Real user[14];
     std::fill_n(user, 14, Real(42));
-    const struct {
-        const char *outcome, *kinds;
-        std::function<Real *()> run;
-    } cases[] = {
-        {"5 603 0 1 n_variables", "iil", [&] { return call(4, 0, x.data()); }},
-        {"5 603 0 1 n_observations", "iil", [&] { return call(0, 1, x.data()); }},
-        {"5 603 -1 0 n_observations", "iil", [&] { return call(-1, 1, x.data(), TAVIK_IDO, 1); }},
-        {"5 602 4 0 3 ido", "iiil", [&] { return call(4, 1, x.data(), TAVIK_IDO, 4); }},
-        {"5 601 2 1 n_variables x_col_dim", "iill", [&] { return call(2, 2, x.data(), TAVIK_X_COL_DIM, 1); }},
-        {"5 601 2 1 n_variables stat_col_dim", "iill",
-         [&] { return call(2, 2, x.data(), TAVIK_STAT_COL_DIM, 1); }},
-        {"5 603 0 1 x_col_dim", "iil", [&] { return call(2, 2, x.data(), TAVIK_X_COL_DIM, 0); }},
-        {"5 11064 100", "r", [&] { return call(4, 1, x.data(), TAVIK_CONFIDENCE_MEAN_ADR, &level); }},
-        {"5 11064 nan", "r", [&] { return call(4, 1, x.data(), TAVIK_CONFIDENCE_MEAN, nan_value); }},
-        {"5 11065 100.5", "r", [&] { return call(4, 1, x.data(), TAVIK_CONFIDENCE_VARIANCE, 100.5); }},
-        {"5 11117 TAVIK_MEDIAN and TAVIK_MEDIAN_AND_SCALE", "l",
-         [&] { return call(4, 1, x.data(), TAVIK_MEDIAN, TAVIK_MEDIAN); }},
-        {"5 11117 TAVIK_MEDIAN and TAVIK_MEDIAN_AND_SCALE", "l",
-         [&] { return call(4, 1, x.data(), TAVIK_MEDIAN, TAVIK_MEDIAN_AND_SCALE); }},
-        {"5 11426 2", "i", [&] { return call(4, 1, x.data(), TAVIK_MEDIAN, TAVIK_IDO, 2); }},
-        {"5 11001 4711 3", "ii", [&] { return call(4, 1, x.data(), TAVIK_IDO, 0, TAVIK_MEDIAN, 4711); }},
-        {"5 150 x", "l", [&] { return call(4, 1, static_cast<const Real *>(nullptr)); }},
-        {"4 11055 2 -2", "ir", [&] { return call(4, 1, x.data(), TAVIK_FREQUENCIES, bad_f.data()); }},
-        {"4 11055 2 -2", "ir", [&] { return call(4, 1, x.data(), TAVIK_FREQUENCIES, nan_f.data()); }},
-        {"4 11055 2 -3", "ir", [&] { return call(4, 1, x.data(), TAVIK_WEIGHTS, bad_w.data()); }},
-        {"4 11055 3 inf", "ir",
-         [&] { return call(4, 1, x.data(), TAVIK_WEIGHTS, bad_w.data(), TAVIK_FREQUENCIES, zero_f.data()); }},
-        {"4 11054 3 4 inf", "iir",
-         [&] {
-             return call(4, 1, x.data(), TAVIK_IDO, 1, TAVIK_WEIGHTS, bad_w.data(), TAVIK_FREQUENCIES,
-                         zero_f.data());
-         }},
-        {"4 11055 2 -2", "ir",
-         [&] { return call(4, 1, x.data(), TAVIK_RETURN_USER, user, TAVIK_FREQUENCIES, bad_f.data()); }},
-    };
-    for (const auto &c : cases)
-        EXPECT_EQ(capture::outcome([&] { EXPECT_EQ(c.run(), nullptr); }, c.kinds), c.outcome);
-    EXPECT_TRUE(std::all_of(user, user + 14, [](Real v) { return v == 42; }));
+    refused("4 11055 2 -2", "ir", 4, 1, x, TAVIK_RETURN_USER, user, TAVIK_FREQUENCIES, bad_f);
+    EXPECT_THAT(user, testing::Each(42));
 }
 
 TYPED_TEST(Simple, StagesFollowEachOther)
 {
     using Real = TypeParam;
-    const Vector<Real> x = {1, 2, 3, 4, 5, 6}, bad = {1, -1, 1};
-    const auto stage = [&](int ido, int p = 1) {
-        return capture::outcome([&] { tavik_free(call(3, p, x.data(), TAVIK_IDO, ido)); });
+    const Real x[] = {1, 2, 3, 4, 5, 6}, bad[] = {1, -1, 1}, missing[] = {nan_value, nan_value, nan_value};
+    const auto stage = [&](int ido) {
+        return capture::outcome([&] { tavik_free(call(3, 1, x, TAVIK_IDO, ido)); });
     };
-    // Each line is a run of stages on a clean thread, and what they leave.
-    const std::vector<std::pair<std::vector<int>, std::vector<std::string>>> runs = {
-        {{1, 2, 3}, {"0 0", "0 0", "0 0"}},
-        {{2}, {"4 20691"}},
-        {{3}, {"4 20691"}},
-        {{0, 2}, {"0 0", "4 20691"}},
-        {{1, 1, 2}, {"0 0", "4 20692", "4 20691"}},
-        {{1, 0, 2}, {"0 0", "4 20692", "4 20691"}},
-        {{1, 3, 3}, {"0 0", "0 0", "4 20691"}},
+    // One after another, with what each leaves.
+    const std::string done = "0 0", none = "4 20691", open = "4 20692";
+    const std::pair<int, std::string> stages[] = {
+        {1, done}, {2, done}, {3, done}, {2, none}, {3, none}, {0, done}, {2, none}, {1, done},
+        {1, open}, {2, none}, {1, done}, {0, open}, {2, none}, {1, done}, {3, done}, {3, none}};
+    for (size_t i = 0; i < std::size(stages); ++i) EXPECT_EQ(stage(stages[i].first), stages[i].second) << i;
+    const auto ended_by = [&](const std::function<void()> &act, const char *kinds = "") {
+        EXPECT_EQ(stage(1), done);
+        const std::string seen = capture::outcome(act, kinds);
+        EXPECT_EQ(stage(3), none);
+        return seen;
     };
-    for (const auto &[stages, outcomes] : runs) {
-        std::vector<std::string> seen;
-        for (int ido : stages) seen.push_back(stage(ido));
-        EXPECT_EQ(seen, outcomes) << testing::PrintToString(stages);
-    }
-    EXPECT_EQ(stage(1), "0 0");
-    EXPECT_EQ(stage(2, 2), "4 11428");
-    EXPECT_EQ(stage(2), "4 20691");
-    EXPECT_EQ(stage(1), "0 0");
-    EXPECT_EQ(capture::outcome([&] { call(3, 1, x.data(), TAVIK_IDO, 2, TAVIK_WEIGHTS, bad.data()); }, "i"),
-              "4 11054 2");
-    EXPECT_EQ(stage(3), "4 20691");
-    stage(1);
-    EXPECT_EQ(capture::outcome([&] { call(3, 1, x.data(), 4711, TAVIK_IDO, 2); }), "5 11001");
-    EXPECT_EQ(stage(3), "4 20691");
-    stage(1);
-    tavik_free_allocated_memory();
-    capture::restore_defaults(false);
-    EXPECT_EQ(stage(3), "4 20691");
+    EXPECT_EQ(ended_by([&] { call(3, 2, x, TAVIK_IDO, 2); }), "4 11428");
+    EXPECT_EQ(ended_by([&] { call(3, 1, x, TAVIK_IDO, 2, TAVIK_WEIGHTS, bad); }, "i"), "4 11054 2");
+    EXPECT_EQ(ended_by([&] { call(3, 1, x, 4711, TAVIK_IDO, 2); }), "5 11001");
+    ended_by([] {
+        tavik_free_allocated_memory(); // and error settings
+        capture::restore_defaults(false);
+    });
     // Another thread has a series of its own, and a warning does not end one.
     stage(1);
     capture::in_thread([&] {
         capture::restore_defaults(false);
-        EXPECT_EQ(stage(2), "4 20691");
+        EXPECT_EQ(stage(2), none);
     });
-    const Vector<Real> missing(3, Real(nan_value));
-    EXPECT_EQ(capture::outcome([&] { call(3, 1, missing.data(), TAVIK_IDO, 2); }), "6 11062");
-    const auto s = take(call(2, 1, x.data() + 3, TAVIK_IDO, 3), 14);
+    EXPECT_EQ(capture::outcome([&] { call(3, 1, missing, TAVIK_IDO, 2); }), "6 11062");
+    const auto s = take(call(2, 1, x + 3, TAVIK_IDO, 3), 14);
     ASSERT_EQ(s.size(), 14U);
     EXPECT_EQ(s[mean], 3);
     EXPECT_EQ(s[count], 5);
@@ -529,14 +477,14 @@ TYPED_TEST(Simple, StagesFollowEachOther)
 TYPED_TEST(Simple, WritesWhereTheCallerSays)
 {
     using Real = TypeParam;
-    const Vector<Real> x = {1, 10, 2, 30};
+    const Real x[] = {1, 10, 2, 30};
     Vector<Real> user(14 * 3, -1);
-    EXPECT_EQ(call(2, 2, x.data(), TAVIK_RETURN_USER, user.data(), TAVIK_STAT_COL_DIM, 3,
-                   TAVIK_CONFIDENCE_MEAN, 0.0),
-              user.data());
+    EXPECT_EQ(
+        call(2, 2, x, TAVIK_RETURN_USER, user.data(), TAVIK_STAT_COL_DIM, 3, TAVIK_CONFIDENCE_MEAN, 0.0),
+        user.data());
     EXPECT_EQ(user[0], Real(1.5));
     EXPECT_EQ(user[1], 20);
-    for (std::size_t r = 0; r < 14; ++r) EXPECT_EQ(user[3 * r + 2], -1) << r; // the padding is the caller's
+    for (size_t r = 0; r < 14; ++r) EXPECT_EQ(user[3 * r + 2], -1) << r; // the padding is the caller's
     EXPECT_TRUE(std::isnan(user[30]) && std::isnan(user[33])) << "suppressed limits";
     EXPECT_FALSE(std::isnan(user[36]));
 }
@@ -545,13 +493,13 @@ TYPED_TEST(Simple, WritesWhereTheCallerSays)
 TYPED_TEST(Simple, ComputesOffsetsIn64Bits)
 {
     using Real = TypeParam;
-    const std::size_t stride = 0x40000000, bytes = (2 * stride + 1) * sizeof(Real);
+    const size_t stride = 0x40000000, bytes = (2 * stride + 1) * sizeof(Real);
     void *memory =
         mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (memory == MAP_FAILED) GTEST_SKIP() << "no address space";
     auto *x = static_cast<Real *>(memory);
-    for (std::size_t i = 0; i < 3; ++i) x[i * stride] = static_cast<Real>(i + 1);
-    const auto s = take(call(3, 1, x, TAVIK_X_COL_DIM, static_cast<int>(stride), TAVIK_MEDIAN), 15);
+    for (size_t i = 0; i < 3; ++i) x[i * stride] = Real(i + 1);
+    const auto s = take(call(3, 1, x, TAVIK_X_COL_DIM, int(stride), TAVIK_MEDIAN), 15);
     munmap(memory, bytes);
     ASSERT_EQ(s.size(), 15U);
     EXPECT_EQ(s[mean], 2);
