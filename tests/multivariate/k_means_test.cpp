@@ -1,5 +1,5 @@
 // K-means against a plain model of its rules, step by step, against R, and against its own promises: a local optimum,
-// columns, masses, threads, limits, errors and hopeless data.
+// columns, masses, threads, limits, errors, hopeless data and the ends of its range.
 #include "frame/capture.hpp"
 #include "k_means_model.hpp"
 
@@ -11,7 +11,7 @@
 
 namespace {
 
-using model::inf, model::nan_value;
+using capture::take, model::inf, model::nan_value;
 
 template <class T> using Vector = std::vector<T>;
 
@@ -20,15 +20,6 @@ int *call(int n, int p, const Real *x, int k, const Real *seeds, Options... opti
 {
     if constexpr (sizeof x[0] == 4) return tavik_f_cluster_k_means(n, p, x, k, seeds, options..., 0);
     else return tavik_d_cluster_k_means(n, p, x, k, seeds, options..., 0);
-}
-
-// Takes an array over; nothing for null.
-template <class T> Vector<T> take(T *result, std::size_t size)
-{
-    Vector<T> copy;
-    if (result != nullptr) copy.assign(result, result + size);
-    tavik_free(result);
-    return copy;
 }
 
 // What goes into a call. Empty masses and columns stand for none.
@@ -89,7 +80,17 @@ template <class Real> Clusters<Real> run(const Data<Real> &d)
 }
 
 template <class Real> struct KMeans : capture::FrameTest {
+    KMeans()
+    {
+        tavik_random_option(1);
+        tavik_random_seed_set(3);
+    }
+    ~KMeans() override
+    {
+        omp_set_num_threads(omp_get_num_procs());
+    }
 };
+using KMeansRange = KMeans<double>;
 using Reals = testing::Types<float, double>;
 TYPED_TEST_SUITE(KMeans, Reals);
 
@@ -238,7 +239,6 @@ TYPED_TEST(KMeans, LongRunsTakeTheSameStepsOnAnyThreads)
         }
     }
     EXPECT_GT(decided, 8);
-    omp_set_num_threads(omp_get_num_procs());
 }
 
 TYPED_TEST(KMeans, NeitherColumnsNorUnitsMatter)
@@ -442,6 +442,108 @@ TYPED_TEST(KMeans, ComputesSizesIn64Bits)
     d.limit = 0x200000;
     const auto s = run(d);
     EXPECT_TRUE(s == due || (s.code >= 200 && s.code <= 203)) << s.code;
+}
+
+using Values = Vector<double>;
+
+// From the first k rows as seeds, or others.
+Clusters<double> find(const Values &x, std::size_t p, std::size_t k, const Values &masses = {},
+                      const Values &seeds = {})
+{
+    const std::size_t n = x.size() / p;
+    Data<double> d{n, p, k, x, seeds.empty() ? x : seeds, {}, masses.empty() ? Values(n, 1) : masses};
+    d.limit = 30;
+    const auto s = run(d);
+    EXPECT_EQ(s.membership.size(), n) << s.code;
+    return s;
+}
+
+Values normals(int count)
+{
+    return take(tavik_d_random_normal(count, 0), std::size_t(count));
+}
+
+Values scaled(Values x, double factor)
+{
+    for (double &value : x) value *= factor;
+    return x;
+}
+
+// Powers of two change no decision while squares keep their digits; where they lose some, threads and bounds still may
+// not matter.
+TEST_F(KMeansRange, ScaleOfTheData)
+{
+    const Values x = normals(1200);
+    const auto plain = find(x, 2, 3);
+    for (const int exponent : {-480, 500}) {
+        const auto other = find(scaled(x, std::ldexp(1.0, exponent)), 2, 3);
+        EXPECT_EQ(other.membership, plain.membership);
+        EXPECT_EQ(other.history.size(), plain.history.size());
+    }
+    const Values many = scaled(normals(264000), 1e-161);
+    omp_set_num_threads(1);
+    const auto alone = find(many, 1, 3);
+    omp_set_num_threads(2);
+    EXPECT_TRUE(find(many, 1, 3).membership == alone.membership);
+}
+
+// So many that threads also take part where all clusters are looked at: plain rows; masses of all sizes and a cluster of
+// few rows, which loses most of them; missing values; an infinite one, beside which nobody stays.
+TEST_F(KMeansRange, ThreadsGoThroughTheRows)
+{
+    constexpr std::size_t p = 4, k = 16, n = (1 << 24) / p / k;
+    for (int variant = 0; variant < 4; ++variant) {
+        Values x = normals(n * p), masses;
+        for (std::size_t i = 0; i < x.size(); ++i) x[i] += double(i / p % 7 * (i % p)); // they overlap
+        if (variant == 1) {
+            masses = normals(n);
+            for (double &mass : masses) mass = std::exp(3 * mass);
+            for (std::size_t i = 0; i < 40; ++i) x[i] += 9;
+        }
+        const Values seeds(x.begin(), x.begin() + k * p);
+        for (std::size_t i = 1000; variant == 2 && i < x.size(); i += 97) x[i] = nan_value;
+        if (variant == 3) x[p * 1000] = inf;
+        omp_set_num_threads(1);
+        const auto alone = find(x, p, k, masses, seeds);
+        EXPECT_GT(alone.history.size(), 5 * n);
+        for (const int threads : {2, 3}) {
+            omp_set_num_threads(threads);
+            EXPECT_TRUE(find(x, p, k, masses, seeds) == alone) << variant;
+        }
+    }
+}
+
+// Masses stand for ratios: their scale multiplies the sums of squares, and nothing else.
+TEST_F(KMeansRange, ScaleOfTheMasses)
+{
+    const Values x = normals(600);
+    Values masses = normals(300), whole(300);
+    for (double &mass : masses) mass = 0.5 + mass * mass;
+    for (std::size_t i = 0; i < whole.size(); ++i) whole[i] = double(1 + i % 3);
+    const auto expect_scaled = [&](const Values &plain_masses, double factor, double rounding) {
+        const auto plain = find(x, 2, 4, plain_masses), other = find(x, 2, 4, scaled(plain_masses, factor));
+        EXPECT_EQ(other.membership, plain.membership);
+        for (std::size_t c = 0; c < 4; ++c) EXPECT_NEAR(other.ssq[c], plain.ssq[c] * factor, rounding);
+    };
+    for (const double factor : {0x1p-1000, 0x1p1000}) expect_scaled(masses, factor, 0);
+    expect_scaled(whole, 0x1p-1074, 0x1p-1074);
+    // One so heavy that the others are nothing beside it stays where it is.
+    const auto s = find({.1, .2, .3, 100, 100.1, 100.2}, 1, 2, {1e16, 1, 1, 1, 1, 1}, {.1, 100});
+    EXPECT_THAT(s.membership, testing::ElementsAre(1, 1, 1, 2, 2, 2));
+}
+
+// Heavy rows at 0 and 1 and a row of light ones between, in reverse order: each that moves draws the border just past
+// the next, so that a quick stage has one move a pass.
+TEST_F(KMeansRange, AStageOfManyPasses)
+{
+    constexpr int light = 3000;
+    constexpr double heavy_mass = 1e5, step = 0.974 * 0.5 / heavy_mass;
+    Values x, masses(light, 1);
+    for (int t = light - 1; t >= 0; --t) x.push_back(0.5 + step * (t - light / 2.0));
+    const double border = x.back() + 0.5 * step;
+    x.insert(x.end(), {0, 0, 1, 1});
+    masses.resize(x.size(), heavy_mass / 2);
+    EXPECT_EQ(find(x, 1, 2, masses, {0, 2 * border}).history.size(), 2 * x.size());
 }
 
 } // namespace
