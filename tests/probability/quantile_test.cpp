@@ -1,6 +1,7 @@
 // Quantiles of the normal, Student t and chi-squared distributions: a high-precision table, closed forms,
 // order and symmetry, and the edges of the domain. Every bound is in units in the last place of the element
 // type.
+#include "frame/capture.hpp"
 #include "frame/processor.hpp"
 #include "probability/chi_squared_quantile.hpp"
 #include "probability/normal_quantile.hpp"
@@ -9,13 +10,10 @@
 #include "quantile_reference.hpp"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
-#include <cstdint>
-#include <gtest/gtest.h>
+#include <cstring>
 #include <limits>
 #include <random>
-#include <vector>
 
 namespace {
 
@@ -23,7 +21,7 @@ using namespace tavik::probability;
 
 // Rounding alone costs 0.5.
 constexpr long double bound = 0.52L;
-template <class Real> constexpr long double normal_bound = sizeof(Real) == sizeof(float) ? 0.52L : 1.8L;
+template <class Real> constexpr long double normal_bound = sizeof(Real) == 4 ? 0.52L : 1.8L;
 
 template <class Real> struct Quantile : testing::Test {
     using Limits = std::numeric_limits<Real>;
@@ -32,20 +30,17 @@ template <class Real> struct Quantile : testing::Test {
                             long double most = bound)
     {
         const int exponent = std::max(std::ilogb(due), Limits::min_exponent - 1) - Limits::digits + 1;
-        if (std::fabs(due) > Limits::max())
-            EXPECT_EQ(actual, std::copysign(Limits::infinity(), static_cast<Real>(due)))
-                << "p " << p << ", df " << nu;
-        else
-            EXPECT_LE(std::fabs(actual - due), std::ldexp(most, exponent))
-                << "p " << p << ", df " << nu << ": got " << actual << ", due " << due;
+        const bool near = std::fabs(due) > Limits::max()
+                              ? actual == std::copysign(Limits::infinity(), Real(due))
+                              : std::fabs(actual - due) <= std::ldexp(most, exponent);
+        EXPECT_TRUE(near) << "p " << p << ", df " << nu << ": got " << actual << ", due " << due;
     }
 
     template <std::size_t N, class Function>
     static void expect_rows(const QuantileRow (&rows)[N], Function f, long double most = bound)
     {
         for (const auto &[p, nu, due] : rows)
-            if (static_cast<Real>(p) == p && static_cast<Real>(nu) == nu)
-                expect_near(f(static_cast<Real>(p), static_cast<Real>(nu)), due, p, nu, most);
+            if (Real(p) == p && Real(nu) == nu) expect_near(f(Real(p), Real(nu)), due, p, nu, most);
     }
 
     // From the smallest number to the last one below 1, dense at both ends and about 1/2, in order.
@@ -68,8 +63,7 @@ TYPED_TEST(Quantile, AgreesWithHighPrecision)
 {
     this->expect_rows(
         normal_rows, [](TypeParam p, TypeParam) { return normal_quantile(p); }, normal_bound<TypeParam>);
-    this->expect_rows(normal_rows,
-                      [](TypeParam p, TypeParam) { return static_cast<TypeParam>(normal_quantile_wide(p)); });
+    this->expect_rows(normal_rows, [](TypeParam p, TypeParam) { return TypeParam(normal_quantile_wide(p)); });
     this->expect_rows(student_t_rows, student_t_quantile<TypeParam>);
     this->expect_rows(chi_squared_rows, chi_squared_quantile<TypeParam>);
 }
@@ -98,7 +92,7 @@ TYPED_TEST(Quantile, KeepsOrderAndSymmetry)
     using Real = TypeParam;
     const std::vector<Real> ps = this->probabilities();
     for (const double df : {1e-3, 0.3, 1.0, 6.0, 40.0, 499.0, 501.0, 9e4, 2e5, 1e15}) {
-        const Real nu = static_cast<Real>(df);
+        const Real nu = Real(df);
         for (std::size_t i = 0; i < ps.size(); ++i) {
             const Real p = ps[i], t = student_t_quantile(p, nu), c = chi_squared_quantile(p, nu);
             if (p > Real(0.5)) {
@@ -137,20 +131,17 @@ TYPED_TEST(Quantile, HoldsAtTheEdges)
             EXPECT_TRUE(std::isnan(student_t_quantile(p, nu))) << nu;
             EXPECT_TRUE(std::isnan(chi_squared_quantile(p, nu))) << nu;
         }
-    for (const Real nu : {least, Real(3), Real(1e5), most, inf}) {
-        EXPECT_EQ(student_t_quantile(Real(0), nu), -inf) << nu;
-        EXPECT_EQ(student_t_quantile(Real(1), nu), inf) << nu;
-        EXPECT_EQ(student_t_quantile(Real(0.5), nu), 0) << nu;
-        EXPECT_EQ(chi_squared_quantile(Real(0), nu), 0) << nu;
-        EXPECT_EQ(chi_squared_quantile(Real(1), nu), inf) << nu;
+    for (const auto &[p, due] : {std::pair{Real(0), -inf}, {Real(0.5), Real(0)}, {Real(1), inf}}) {
+        EXPECT_EQ(normal_quantile(p), due) << p;
+        for (const Real nu : {least, Real(3), Real(1e5), most, inf}) {
+            EXPECT_EQ(student_t_quantile(p, nu), due) << p << ", df " << nu;
+            EXPECT_TRUE(due == 0 || chi_squared_quantile(p, nu) == std::max(due, Real(0))) << p << ' ' << nu;
+        }
     }
-    EXPECT_EQ(normal_quantile(Real(0)), -inf);
-    EXPECT_EQ(normal_quantile(Real(1)), inf);
-    EXPECT_EQ(normal_quantile(Real(0.5)), 0);
     EXPECT_FALSE(std::signbit(normal_quantile(Real(0.5))));
     for (const Real p : this->probabilities()) {
         for (const Real nu : {most, inf})
-            EXPECT_EQ(student_t_quantile(p, nu), static_cast<Real>(normal_quantile_wide(p))) << p;
+            EXPECT_EQ(student_t_quantile(p, nu), Real(normal_quantile_wide(p))) << p;
         EXPECT_EQ(chi_squared_quantile(p, most), most) << p;
         EXPECT_EQ(chi_squared_quantile(p, inf), inf) << p;
         EXPECT_EQ(chi_squared_quantile(p, least), 0) << p;
@@ -159,41 +150,25 @@ TYPED_TEST(Quantile, HoldsAtTheEdges)
 }
 
 template <class Real> struct NormalQuantile : Quantile<Real> {
-    using Bits = std::conditional_t<sizeof(Real) == sizeof(float), std::uint32_t, std::uint64_t>;
-
-    static auto kernel(const NormalQuantileKernels &level)
-    {
-        if constexpr (sizeof(Real) == sizeof(float)) return level.f;
-        else return level.d;
-    }
-
-    static Real uniform()
-    {
-        static std::mt19937_64 bits(20);
-        return std::ldexp(static_cast<Real>(bits() >> (64 - std::numeric_limits<Real>::digits)),
-                          -std::numeric_limits<Real>::digits);
-    }
-
     // All regimes and, densely, where one hands over to the next; some invalid ones.
     static std::vector<Real> mixture(int n)
     {
         using Limits = std::numeric_limits<Real>;
+        std::mt19937_64 bits(20);
+        const auto uniform = [&] {
+            return std::ldexp(Real(bits() >> (64 - Limits::digits)), -Limits::digits);
+        };
         std::vector<Real> p = {0, 1, Real(-0.0), -1, 2, Limits::quiet_NaN(), Limits::infinity(), Real(0.5)};
         for (int k = 0; k < n; ++k) {
             const Real u = uniform(), v = uniform();
-            for (const Real x : {u, std::ldexp(u, static_cast<int>(v * Limits::min_exponent * Real(1.1))),
-                                 Real(0.5) - std::ldexp(u, static_cast<int>(-v * Limits::digits)),
-                                 1 - std::ldexp(u, static_cast<int>(-v * Limits::digits)),
-                                 std::ldexp(1 + (u - Real(0.5)) / 64, -static_cast<int>(1 + v * 15)),
-                                 Real(0.25) * u, Real(21.0 / 512) + (u - Real(0.5)) / 64})
+            for (const Real x : {u, std::ldexp(u, int(v * Limits::min_exponent * Real(1.1))),
+                                 Real(0.5) - std::ldexp(u, int(-v * Limits::digits)),
+                                 1 - std::ldexp(u, int(-v * Limits::digits)),
+                                 std::ldexp(1 + (u - Real(0.5)) / 64, -int(1 + v * 15)), Real(0.25) * u,
+                                 Real(21.0 / 512) + (u - Real(0.5)) / 64})
                 p.push_back(x);
         }
         return p;
-    }
-
-    static void expect_same_bits(Real a, Real b, Real p)
-    {
-        EXPECT_EQ(std::bit_cast<Bits>(a), std::bit_cast<Bits>(b)) << p << ": " << a << ", " << b;
     }
 };
 TYPED_TEST_SUITE(NormalQuantile, Precisions);
@@ -211,20 +186,23 @@ TYPED_TEST(NormalQuantile, HasTheSameBitsEverywhere)
     const std::vector<Real> p = this->mixture(3000);
     std::vector<Real> z(p.size());
     const auto expect_scalar = [&](std::size_t from, std::size_t n) {
-        for (std::size_t i = from; i < from + n; ++i)
-            this->expect_same_bits(z[i], normal_quantile(p[i]), p[i]);
+        for (std::size_t i = from; i < from + n; ++i) {
+            const Real due = normal_quantile(p[i]);
+            EXPECT_EQ(std::memcmp(&z[i], &due, sizeof due), 0) << p[i] << ": " << z[i] << ", " << due;
+        }
     };
     for (const NormalQuantileKernels *level :
          {&baseline_normal_quantile_kernels, &avx2_normal_quantile_kernels}) {
         if (level == &avx2_normal_quantile_kernels && !tavik::processor_has_avx2()) continue;
-        this->kernel (*level)(p.data(), z.data(), p.size());
+        const auto kernel = capture::of_type<Real>(level->f, level->d);
+        kernel(p.data(), z.data(), p.size());
         expect_scalar(0, p.size());
         for (std::size_t n = 0; n < 40; ++n) { // at every offset in a vector; nothing beyond is touched
             const std::size_t from = n * 131 % 64;
             std::fill(z.begin(), z.end(), Real(7));
-            this->kernel (*level)(p.data() + from, z.data() + from, n);
+            kernel(p.data() + from, z.data() + from, n);
             expect_scalar(from, n);
-            EXPECT_EQ(std::count(z.begin(), z.end(), Real(7)), static_cast<std::ptrdiff_t>(z.size() - n));
+            EXPECT_EQ(std::count(z.begin(), z.end(), Real(7)), std::ptrdiff_t(z.size() - n));
         }
     }
     z = p;
