@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <utility>
 #include <vector>
 
@@ -82,18 +83,12 @@ private:
 
     void assign()
     {
+        std::vector<std::size_t> by_distance(k); // at equal distances the first seed comes first
         for (std::size_t i = 0; i < n; ++i) {
-            const auto closer = [&](std::size_t a, std::size_t b) {
-                return distance(i, &seeds[a * p]) < distance(i, &seeds[b * p]);
-            };
-            std::size_t first = 0, next = 1;
-            if (closer(next, first)) std::swap(first, next);
-            for (std::size_t c = 2; c < k; ++c) {
-                if (closer(c, next)) next = c;
-                if (closer(next, first)) std::swap(first, next);
-            }
-            own.push_back(first);
-            second.push_back(next);
+            std::iota(by_distance.begin(), by_distance.end(), 0);
+            std::ranges::stable_sort(by_distance, {}, [&](auto c) { return distance(i, &seeds[c * p]); });
+            own.push_back(by_distance[0]);
+            second.push_back(by_distance[1]);
         }
     }
 
@@ -152,17 +147,15 @@ private:
     void quick_stage()
     {
         bool moved = true;
-        for (int passes = 0; moved; ++passes) {
+        for (int passes = 0; moved && passes <= 1000; ++passes) {
             moved = false;
             for (std::size_t i = 0; i < n; ++i) {
                 if (counts[own[i]] == 1 || !smaller(joining(i, second[i]), leaving(i))) continue;
                 move(i);
                 quick[own[i]] = quick[second[i]] = moved = true;
             }
-            if (passes < 1000) continue;
-            narrowest = 0; // rounding turns in a circle
-            return;
         }
+        if (moved) narrowest = 0; // rounding turns in a circle
     }
 
     void move(std::size_t i)
