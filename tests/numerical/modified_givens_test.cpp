@@ -13,10 +13,8 @@ namespace {
 using namespace capture;
 using L = long double;
 
-template <class T> constexpr auto rotmg = &tavik_drotmg;
-template <> constexpr auto rotmg<float> = &tavik_srotmg;
-template <class T> constexpr auto rotm = &tavik_drotm;
-template <> constexpr auto rotm<float> = &tavik_srotm;
+template <class T> constexpr auto rotmg = of_type<T>(tavik_srotmg, tavik_drotmg);
+template <class T> constexpr auto rotm = of_type<T>(tavik_srotm, tavik_drotm);
 
 // Zero, infinity and NaN cannot be brought into the range of a scale factor.
 template <class T> bool in_range(T d)

@@ -15,8 +15,7 @@ using L = long double;
 
 constexpr float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
 
-template <class T> constexpr auto beta = &tavik_d_beta_incomplete;
-template <> constexpr auto beta<float> = &tavik_f_beta_incomplete;
+template <class T> constexpr auto beta = of_type<T>(tavik_f_beta_incomplete, tavik_d_beta_incomplete);
 
 template <class T> struct BetaIncomplete : FrameTest {
     static constexpr T epsilon = std::numeric_limits<T>::epsilon(),
