@@ -79,6 +79,18 @@ template <class Real> Clusters<Real> run(const Data<Real> &d)
     return s;
 }
 
+// What every number of threads has to find.
+template <class Real> Clusters<Real> run_on_threads(const Data<Real> &d)
+{
+    omp_set_num_threads(1);
+    const auto alone = run(d);
+    for (const int threads : {2, 3}) {
+        omp_set_num_threads(threads);
+        EXPECT_TRUE(run(d) == alone) << threads << " threads";
+    }
+    return alone;
+}
+
 template <class Real> struct KMeans : capture::FrameTest {
     KMeans()
     {
@@ -144,13 +156,13 @@ template <class Real> Data<Real> random_data(unsigned mix, std::size_t n, std::s
     const unsigned missing = std::array{0, 40, 0, 10, 3}[mix % 5]; // one in so many
     const auto value = [&](std::size_t row, std::size_t column) {
         const double heap = mix % 2 == 0 ? 3.0 * double(row % 5 * (column + 1) % 4) : 0;
-        return static_cast<Real>(heap + (mix % 3 == 0 ? double(engine() % 4) : normal(engine)));
+        return Real(heap + (mix % 3 == 0 ? double(engine() % 4) : normal(engine)));
     };
     for (std::size_t i = 0; i < n * p; ++i)
         d.x.push_back(missing > 0 && engine() % missing == 0 ? Real(nan_value) : value(i / p, i % p));
     for (std::size_t i = 0; i < n; ++i) {
-        if (mix / 4 % 2 == 0) d.f.push_back(static_cast<Real>(1 + engine() % 4));
-        if (mix / 8 % 2 == 0) d.w.push_back(static_cast<Real>(double(1 + engine() % 16) / 8));
+        if (mix / 4 % 2 == 0) d.f.push_back(Real(1 + engine() % 4));
+        if (mix / 8 % 2 == 0) d.w.push_back(Real(double(1 + engine() % 16) / 8));
     }
     for (std::size_t c = 0, first = engine() % n; c < k; ++c) { // of rows all over the data
         for (std::size_t j = 0, row = (first + c * n / k) % n; j < p; ++j)
@@ -210,7 +222,7 @@ TYPED_TEST(KMeans, AgreesWithR)
         // clang-format on
     };
     Vector<TypeParam> x;
-    for (const char *at = irises; *at != '\0'; ++at) x.push_back(static_cast<TypeParam>(*at - '0' + 1));
+    for (const char *at = irises; *at != '\0'; ++at) x.push_back(TypeParam(*at - '0' + 1));
     for (const auto &c : cases) {
         const auto s = run(Data<TypeParam>{150, 4, c.k, x, x});
         std::string letters;
@@ -229,14 +241,8 @@ TYPED_TEST(KMeans, LongRunsTakeTheSameStepsOnAnyThreads)
     for (unsigned mix = 1; mix < 120; mix += 6) {
         const std::size_t n = mix == 1 ? 140000 : mix % 4 == 1 ? 9000 : 2000;
         const auto d = random_data<TypeParam>(mix, n, 1 + mix % 5, 3 + mix % 47);
-        const model::KMeans due(d.problem());
-        omp_set_num_threads(1);
-        const auto once = run(d);
-        decided += expect_agreement(once, due);
-        for (const int threads : {2, 3}) {
-            omp_set_num_threads(threads);
-            EXPECT_TRUE(run(d) == once) << "mix " << mix << ", threads " << threads;
-        }
+        SCOPED_TRACE(mix);
+        decided += expect_agreement(run_on_threads(d), model::KMeans(d.problem()));
     }
     EXPECT_GT(decided, 8);
 }
@@ -274,7 +280,7 @@ TYPED_TEST(KMeans, AFrequencyCountsAsThatManyRows)
 {
     auto d = random_data<TypeParam>(98, 200, 2, 4); // with masses and missing values
     d.seeds = {0, 0, 50, 50, 100, 100, 150, 150};
-    for (std::size_t i = 0; i < 400; ++i) d.x[i] += static_cast<TypeParam>(50 * (i / 2 % 4));
+    for (std::size_t i = 0; i < 400; ++i) d.x[i] += TypeParam(50 * (i / 2 % 4));
     const auto s = run(d);
     Data<TypeParam> copies{0, 2, 4, {}, d.seeds};
     Vector<int> membership;
@@ -359,8 +365,8 @@ TYPED_TEST(KMeans, ChecksItsArgumentsInOrder)
             SCOPED_TRACE(c.outcome);
             int *counts, *membership, columns[] = {1, c.column};
             Vector<TypeParam> f(3, 1), w(3, 1);
-            if (c.bad_f >= 0) f[std::size_t(c.bad_f)] = static_cast<TypeParam>(bad);
-            if (c.bad_w >= 0) w[std::size_t(c.bad_w)] = static_cast<TypeParam>(bad);
+            if (c.bad_f >= 0) f[std::size_t(c.bad_f)] = TypeParam(bad);
+            if (c.bad_w >= 0) w[std::size_t(c.bad_w)] = TypeParam(bad);
             const auto refused = [&] {
                 membership = call(3, 2, in, c.k, in, TAVIK_CLUSTER_COUNTS, &counts, TAVIK_X_COL_DIM, c.x_dim,
                                   TAVIK_CLUSTER_SEEDS_COL_DIM, c.seed_dim, TAVIK_CLUSTER_MEANS_COL_DIM,
@@ -429,7 +435,7 @@ TYPED_TEST(KMeans, ComputesSizesIn64Bits)
         mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (memory == MAP_FAILED) GTEST_SKIP() << "no address space";
     auto *x = static_cast<TypeParam *>(memory), *means = x + 3 * stride;
-    for (std::size_t i = 0; i < 3; ++i) x[i * stride] = static_cast<TypeParam>(i * i);
+    for (std::size_t i = 0; i < 3; ++i) x[i * stride] = TypeParam(i * i);
     int membership[3];
     call(3, 1, x, 3, x, TAVIK_X_COL_DIM, int{stride}, TAVIK_CLUSTER_SEEDS_COL_DIM, int{stride},
          TAVIK_CLUSTER_MEANS_COL_DIM, int{stride}, TAVIK_CLUSTER_MEANS_USER, means, TAVIK_RETURN_USER,
@@ -446,14 +452,14 @@ TYPED_TEST(KMeans, ComputesSizesIn64Bits)
 
 using Values = Vector<double>;
 
-// From the first k rows as seeds, or others.
+// From the first k rows as seeds, or others; on every number of threads the same.
 Clusters<double> find(const Values &x, std::size_t p, std::size_t k, const Values &masses = {},
                       const Values &seeds = {})
 {
     const std::size_t n = x.size() / p;
     Data<double> d{n, p, k, x, seeds.empty() ? x : seeds, {}, masses.empty() ? Values(n, 1) : masses};
     d.limit = 30;
-    const auto s = run(d);
+    const auto s = run_on_threads(d);
     EXPECT_EQ(s.membership.size(), n) << s.code;
     return s;
 }
@@ -480,11 +486,7 @@ TEST_F(KMeansRange, ScaleOfTheData)
         EXPECT_EQ(other.membership, plain.membership);
         EXPECT_EQ(other.history.size(), plain.history.size());
     }
-    const Values many = scaled(normals(264000), 1e-161);
-    omp_set_num_threads(1);
-    const auto alone = find(many, 1, 3);
-    omp_set_num_threads(2);
-    EXPECT_TRUE(find(many, 1, 3).membership == alone.membership);
+    find(scaled(normals(264000), 1e-161), 1, 3);
 }
 
 // So many that threads also take part where all clusters are looked at: plain rows; masses of all sizes and a cluster of
@@ -493,6 +495,7 @@ TEST_F(KMeansRange, ThreadsGoThroughTheRows)
 {
     constexpr std::size_t p = 4, k = 16, n = (1 << 24) / p / k;
     for (int variant = 0; variant < 4; ++variant) {
+        SCOPED_TRACE(variant);
         Values x = normals(n * p), masses;
         for (std::size_t i = 0; i < x.size(); ++i) x[i] += double(i / p % 7 * (i % p)); // they overlap
         if (variant == 1) {
@@ -503,13 +506,7 @@ TEST_F(KMeansRange, ThreadsGoThroughTheRows)
         const Values seeds(x.begin(), x.begin() + k * p);
         for (std::size_t i = 1000; variant == 2 && i < x.size(); i += 97) x[i] = nan_value;
         if (variant == 3) x[p * 1000] = inf;
-        omp_set_num_threads(1);
-        const auto alone = find(x, p, k, masses, seeds);
-        EXPECT_GT(alone.history.size(), 5 * n);
-        for (const int threads : {2, 3}) {
-            omp_set_num_threads(threads);
-            EXPECT_TRUE(find(x, p, k, masses, seeds) == alone) << variant;
-        }
+        EXPECT_GT(find(x, p, k, masses, seeds).history.size(), 5 * n);
     }
 }
 
