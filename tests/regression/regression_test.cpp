@@ -27,12 +27,10 @@ Real *call(int n, int p, const Real *x, const Real *y, Options... options)
     else return tavik_d_regression(n, p, x, y, options..., 0);
 }
 
-// Takes an array over; nothing for null.
 template <class Real> Vector<L> take(Real *result, size_t size)
 {
-    const Vector<L> copy(result, result + (result == nullptr ? 0 : size));
-    tavik_free(result);
-    return copy;
+    const auto taken = capture::take(result, size);
+    return {taken.begin(), taken.end()};
 }
 
 // The rows of a fit. Empty masses stand for none.
