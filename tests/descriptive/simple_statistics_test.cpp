@@ -438,7 +438,7 @@ TYPED_TEST(Simple, StagesFollowEachOther)
     const auto stage = [&](int ido) {
         return capture::outcome([&] { tavik_free(call(3, 1, x, TAVIK_IDO, ido)); });
     };
-    // One after another, with what each leaves.
+    // One after another, with what each leaves: done, or refused since there is no series, or one is open.
     const std::string done = "0 0", none = "4 20691", open = "4 20692";
     const std::pair<int, std::string> stages[] = {
         {1, done}, {2, done}, {3, done}, {2, none}, {3, none}, {0, done}, {2, none}, {1, done},
