@@ -387,6 +387,7 @@ TYPED_TEST(Simple, WarnsOfWhatIsNotDefined)
     Vector<Real> s;
     const auto take_all = [&] { s = take(call(2, 3, x), 42); };
     EXPECT_THAT(this->codes_of(take_all), testing::ElementsAre(11062, 11072, 11076));
+    EXPECT_THAT(capture::printed[1].message, testing::HasSubstr("ariable 2")) << "of 11072";
     EXPECT_EQ(capture::fill("%(i1)"), "3");
     EXPECT_EQ(s[3 * count + 1], 1);
     EXPECT_EQ(s[1], 3);
