@@ -98,8 +98,8 @@ inline void clear_rows(const Tile &tile, std::size_t padded, std::size_t factor,
     for (std::size_t k = first; k < end; ++k) tile.weights[k * count + factor] = 0;
 }
 
-// The same of the rows that are filled when so many are folded. Columns behind the last are folded, too: that changes no
-// other, but they must hold some number.
+// The same of the rows that are filled when so many are folded. Columns behind the last are folded, too: that changes
+// no other, but they must hold some number.
 inline void clear_tile(const Tile &tile, std::size_t padded, std::size_t count, std::int64_t n_rows)
 {
     const auto used = static_cast<std::size_t>(std::min(n_rows, static_cast<std::int64_t>(rows_per_tile)));
@@ -335,7 +335,8 @@ constexpr bool enough_for_four(std::int64_t n_rows, std::size_t n_columns)
     return n_rows >= static_cast<std::int64_t>(8 * n_columns);
 }
 
-// Bytes that find_shift, add_rows and unite take of a workspace, and some more; were it too little, that would only cost time.
+// Bytes that find_shift, add_rows and unite take of a workspace, and some more; were it too little, that would only
+// cost time.
 template <class Real> std::size_t accumulation_size(std::int64_t n_rows, std::size_t n)
 {
     if (are_very_few(n_rows, n)) return 0;

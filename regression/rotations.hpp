@@ -194,7 +194,7 @@ constexpr std::size_t tile_scratch_size(std::size_t n, std::size_t count)
 // Rows of the caller's, and what is to be made of them. Columns of a row in the factor: 1 if there is an intercept,
 // the independent variables, the responses.
 template <class Real> struct RowSource {
-    const Real *x, *y; // y is null when the responses are columns of x
+    const Real *x, *y; // y is not read when there is a list of columns
     const std::size_t
         *columns; // of x: the independent variables, then the responses; null: the first n_independent
     std::size_t x_stride, y_stride, n_independent, n_dependent;

@@ -72,8 +72,7 @@ template <class Real> struct Simple : capture::FrameTest {
     }
 };
 
-using Reals = testing::Types<float, double>;
-TYPED_TEST_SUITE(Simple, Reals);
+TYPED_TEST_SUITE(Simple, capture::Reals);
 
 std::vector<double> alternating(double first, double low, double high)
 {

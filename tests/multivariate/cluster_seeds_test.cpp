@@ -33,8 +33,7 @@ template <class Real> struct ClusterSeeds : capture::FrameTest {
     }
 };
 
-using Precisions = testing::Types<float, double>;
-TYPED_TEST_SUITE(ClusterSeeds, Precisions);
+TYPED_TEST_SUITE(ClusterSeeds, capture::Reals);
 
 // The law of the plain method for x = 0, 1, 3 with masses 2, 1, 1: the first seed is drawn by mass, the second by mass
 // times squared distance. Expected counts of the six ordered pairs, in 20,000 draws; the chi-square limit is the 1e-6

@@ -103,8 +103,7 @@ template <class Real> struct KMeans : capture::FrameTest {
     }
 };
 using KMeansRange = KMeans<double>;
-using Reals = testing::Types<float, double>;
-TYPED_TEST_SUITE(KMeans, Reals);
+TYPED_TEST_SUITE(KMeans, capture::Reals);
 
 // Both NaN, or as near as rounding allows when sums were taken on a scale.
 template <class T, class U>

@@ -55,8 +55,7 @@ template <class Real> struct EigSym : capture::FrameTest {
         return found;
     }
 };
-using Reals = testing::Types<float, double>;
-TYPED_TEST_SUITE(EigSym, Reals);
+TYPED_TEST_SUITE(EigSym, capture::Reals);
 
 // Distinct values and equal ones, of one sign and of both, and nothing to do.
 TYPED_TEST(EigSym, SpecialMatrices)

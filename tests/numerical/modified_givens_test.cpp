@@ -24,8 +24,7 @@ template <class T> bool in_range(T d)
 
 template <class T> struct ModifiedGivens : FrameTest {
 };
-using Reals = testing::Types<float, double>;
-TYPED_TEST_SUITE(ModifiedGivens, Reals);
+TYPED_TEST_SUITE(ModifiedGivens, capture::Reals);
 
 TYPED_TEST(ModifiedGivens, IsExactWhereTheArithmeticIs)
 {

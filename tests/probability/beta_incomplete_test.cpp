@@ -29,8 +29,7 @@ template <class T> struct BetaIncomplete : FrameTest {
         EXPECT_LE(std::fabs(value - due), units * epsilon * due + least) << x << ' ' << a << ' ' << b;
     }
 };
-using Reals = testing::Types<float, double>;
-TYPED_TEST_SUITE(BetaIncomplete, Reals);
+TYPED_TEST_SUITE(BetaIncomplete, capture::Reals);
 
 TYPED_TEST(BetaIncomplete, AgreesWithTableAndClosedForms)
 {

@@ -56,8 +56,7 @@ template <class Real> struct Quantile : testing::Test {
         return p;
     }
 };
-using Precisions = testing::Types<float, double>;
-TYPED_TEST_SUITE(Quantile, Precisions);
+TYPED_TEST_SUITE(Quantile, capture::Reals);
 
 TYPED_TEST(Quantile, AgreesWithHighPrecision)
 {
@@ -171,7 +170,7 @@ template <class Real> struct NormalQuantile : Quantile<Real> {
         return p;
     }
 };
-TYPED_TEST_SUITE(NormalQuantile, Precisions);
+TYPED_TEST_SUITE(NormalQuantile, capture::Reals);
 
 TYPED_TEST(NormalQuantile, AgreesWithWiderApproximation)
 {

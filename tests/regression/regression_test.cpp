@@ -242,8 +242,7 @@ Data<Real> random_data(size_t n, size_t p, size_t q, bool intercept, int masses 
 template <class Real> struct Regression : capture::FrameTest {
     static constexpr double epsilon = std::numeric_limits<Real>::epsilon();
 };
-using Reals = testing::Types<float, double>;
-TYPED_TEST_SUITE(Regression, Reals);
+TYPED_TEST_SUITE(Regression, capture::Reals);
 
 // Digits of all values, set by set. What is missing from 15 is mostly lost before the fit, where decimal data
 // become doubles; "check_nist_linear.py --rounded" tells how much.
